@@ -1,0 +1,1 @@
+"""One file per peer: STYLES and a function per work (see nalora.py)."""

@@ -1,0 +1,186 @@
+"""nalora: plain operators, and the same loops with generators and one call a block."""
+
+import nalora
+
+STYLES = {
+    "w1": ["plain", "quick"],
+    "w2": ["plain", "quick"],
+    "w3": ["plain"],
+    "w4": ["plain", "quick"],
+    "w5": ["plain", "quick"],
+    "w6": ["plain", "quick"],
+    "w7": ["plain"],
+    "w9": ["plain"],
+}
+
+
+def version():
+    return "nalora " + nalora.__version__
+
+
+def new():
+    nalora.setOutputEnabled(False)
+    return nalora.problem()
+
+
+def solver(p):
+    def run():
+        p.solve()
+        return p.getObjVal()
+
+    return run
+
+
+def done(p, ck, **extra):
+    extra.setdefault("solve", solver(p))
+    a = p.attributes
+    return ck.done(nvars=a.cols, nrows=a.rows, nnz=a.elems, **extra)
+
+
+def w1(d, style, ck):
+    n, c, f, dem, k = d.n, d.c, d.f, d.d, d.k
+    R = range(n)
+    var = nalora.var
+    with ck("build"):
+        p = new()
+        x = [[var(ub=1) for j in R] for i in R]
+        y = [var(ub=1) for i in R]
+        p.addVariable(x, y)
+        add = p.addConstraint
+        if style == "plain":
+            for j in R:
+                add(sum(x[i][j] for i in R) == 1)
+            for i in R:
+                add(sum(dem[j] * x[i][j] for j in R) <= k[i] * y[i])
+            for i in R:
+                for j in R:
+                    add(x[i][j] <= y[i])
+        else:
+            add(sum(x[i][j] for i in R) == 1 for j in R)
+            add(sum(dem[j] * x[i][j] for j in R) <= k[i] * y[i] for i in R)
+            add(x[i][j] <= y[i] for i in R for j in R)
+        p.setObjective(sum(f[i] * y[i] for i in R) + sum(c[i][j] * x[i][j] for i in R for j in R))
+    return done(p, ck, load_s=0.0)
+
+
+def w2(d, style, ck):
+    n, a, b, c = d.n, d.a, d.b, d.c
+    R = range(n)
+    with ck("build"):
+        p = new()
+        x = [nalora.var() for j in R]
+        p.addVariable(x)
+        if style == "plain":
+            for i in R:
+                ai = a[i]
+                p.addConstraint(sum(ai[j] * x[j] for j in R) <= b[i])
+        else:
+            p.addConstraint(sum(v * xj for v, xj in zip(a[i], x)) <= b[i] for i in R)
+        p.setObjective(sum(c[j] * x[j] for j in R), nalora.maximize)
+    return done(p, ck, load_s=0.0)
+
+
+def w3(d, style, ck):
+    n, q, lin = d.n, d.q, d.l
+    R = range(n)
+    with ck("build"):
+        p = new()
+        x = [nalora.var(lb=-10, ub=10) for i in R]
+        p.addVariable(x)
+        p.setObjective(sum(q[i][j] * x[i] * x[j] for i in R for j in R) + sum(lin[i] * x[i] for i in R))
+    return done(p, ck, load_s=0.0)
+
+
+def base4(d):
+    p = new()
+    x = [nalora.var(ub=1) for i in range(d.nv)]
+    p.addVariable(x)
+    rows = [x[i] + 2 * x[i + 1] - x[i + 2] <= 1 for i in range(d.n)]
+    p.addConstraint(rows)
+    p.setObjective(-1 * x[0] - x[1])
+    return p, x, rows
+
+
+def w4(d, style, ck):
+    n = d.n
+    with ck("build"):
+        p = new()
+        x = [nalora.var(ub=1) for i in range(d.nv)]
+        p.addVariable(x)
+        if style == "plain":
+            for i in range(n):
+                p.addConstraint(x[i] + 2 * x[i + 1] - x[i + 2] <= 1)
+        else:
+            p.addConstraint(x[i] + 2 * x[i + 1] - x[i + 2] <= 1 for i in range(n))
+        p.setObjective(-1 * x[0] - x[1])
+    return done(p, ck, load_s=0.0)
+
+
+def w5(d, style, ck):
+    t, nv = d.t, d.nv
+    p = new()
+    with ck("vars"):
+        x = [nalora.var(ub=1) for i in range(nv)]
+        p.addVariable(x)
+    with ck("build"):
+        if style == "plain":
+            e = 0
+            for k in range(d.n):
+                e += t[k] * x[k % nv]
+        else:
+            e = sum(t[k] * x[k % nv] for k in range(d.n))
+    with ck("load"):
+        p.setObjective(e)
+    return done(p, ck)
+
+
+def w6(d, style, ck):
+    n = d.n
+    with ck("base"):
+        p, x, rows = base4(d)
+    with ck("bounds"):
+        if style == "plain":
+            for i in range(n):
+                p.chgbounds([x[i]], ["U"], [d.ub[i]])
+        else:
+            p.chgbounds(x[:n], ["U"] * n, d.ub)
+    with ck("coefs"):
+        for i in range(n):
+            p.chgcoef(rows[i], x[i + 1], d.co[i])
+    with ck("rows"):
+        for a, b, c in d.r:
+            p.addConstraint(x[a] + x[b] + x[c] <= 2)
+    return done(p, ck, flush_s=0.0)
+
+
+def w7(d, style, ck):
+    n = d.n
+    with ck("build"):
+        p = new()
+        x = [nalora.var(ub=10) for i in range(n)]
+        p.addVariable(x)
+        rows = [sum(v * x[j] for j, v in zip(d.rows[i], d.vals[i])) <= d.b[i] for i in range(n)]
+        p.addConstraint(rows)
+        p.setObjective(sum(c * v for c, v in zip(d.c, x)), nalora.maximize)
+    with ck("first"):
+        p.solve()
+    s = 0.0
+    with ck("resolve"):
+        for i, v in zip(d.ri, d.rb):
+            p.chgrhs([rows[i]], [v])
+            p.solve()
+            s += p.getObjVal()
+    return done(p, ck, solve=lambda: s)
+
+
+def w9(d, style, ck):
+    with ck("build"):
+        p = new()
+        x = [nalora.var(lb=v) for v in d.lb]
+        p.addVariable(x)
+        p.addConstraint(x[0] + x[1] >= 0)
+        p.setObjective(sum(x))
+    p.solve()
+    with ck("read"):
+        v = p.getSolution()
+    return done(p, ck, solve=lambda: float(sum(v)))

@@ -1,0 +1,79 @@
+// The one wrapper that every C function goes through: it checks the handle, guards the problem
+// against being used twice at a time, runs the body, and turns exceptions into a status and a last
+// error. No C function has a try of its own.
+#pragma once
+
+#include "api/environment.hpp"
+#include "api/nonlinear_problem.hpp"
+#include "api/problem.hpp"
+
+namespace nlra {
+
+// What a call does to its problem, and hence when it is refused.
+enum class Access {
+    kPeek,    // reads figures that a solve never moves under a reader, or is made for any thread
+    kShare,   // reads or writes what only the thread that solves may touch meanwhile
+    kChange,  // changes, solves or frees: refused while anything else goes on
+};
+
+// Holds the problem for the time of one call; throws Error NLRA_ERROR_BUSY when it cannot.
+class Hold {
+  public:
+    Hold(nlra_problem& problem, Access access);
+    ~Hold();
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+  private:
+    nlra_problem* held_ = nullptr;
+};
+
+// Throw unless the handle is not null and the library is started.
+void require_usable(const nlra_problem* problem);
+// The same for the nonlinear solver; the problem beneath must still be there.
+void require_usable(const nslp_problem* problem);
+void require_started();
+
+// Inside a catch block: store the exception as the last error, return its code. Errors that stem
+// from the way a function was called get the function's name in front.
+int store_exception(ErrorSlot& slot, const char* function) noexcept;
+
+// Run the body; what it throws becomes the slot's error and the status.
+template <class Body>
+int guarded(ErrorSlot& slot, const char* function, Body&& body) noexcept {
+    try {
+        body();
+    } catch (...) {
+        return store_exception(slot, function);
+    }
+    slot.clear();
+    return 0;
+}
+
+// Calls that concern the environment.
+template <class Body>
+int call_environment(const char* function, Body&& body) noexcept {
+    return guarded(environment().error, function, body);
+}
+
+// Calls on a problem. The error of a null handle goes to the environment.
+template <class Body>
+int call(nlra_problem* problem, const char* function, Access access, Body&& body) noexcept {
+    return guarded(problem != nullptr ? problem->error : environment().error, function, [&] {
+        require_usable(problem);
+        const Hold hold(*problem, access);
+        body(*problem);
+    });
+}
+
+// Calls on a nonlinear problem: the guard is that of the problem beneath.
+template <class Body>
+int call(nslp_problem* problem, const char* function, Access access, Body&& body) noexcept {
+    return guarded(problem != nullptr ? problem->error : environment().error, function, [&] {
+        require_usable(problem);
+        const Hold hold(*problem->base, access);
+        body(*problem);
+    });
+}
+
+}  // namespace nlra

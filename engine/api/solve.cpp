@@ -1,0 +1,135 @@
+// Solving and results.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numeric>
+
+#include "api/boundary.hpp"
+#include "api/checks.hpp"
+#include "search/optimize.hpp"
+
+namespace nlra {
+namespace {
+
+// Marks the problem as being solved, which is what interrupts go by.
+class Solving {
+  public:
+    explicit Solving(nlra_problem& problem) : problem_(problem) {
+        // Other threads may read the model during the solve: nothing is left to be merged then.
+        problem.model.matrix.merge();
+        problem.stop_request.store(NLRA_STOP_NONE);
+        problem.solving.store(true);
+    }
+    ~Solving() { problem_.solving.store(false); }
+    Solving(const Solving&) = delete;
+    Solving& operator=(const Solving&) = delete;
+
+  private:
+    nlra_problem& problem_;
+};
+
+int optimize(NLRAprob prob, const char* function, const char* flags, const char* known,
+             void (*solve)(nlra_problem&, const char*)) {
+    return call(prob, function, Access::kChange, [&](nlra_problem& problem) {
+        const char* const wanted = flags != nullptr ? flags : "";
+        const char* const unknown = wanted + std::strspn(wanted, known);
+        if (*unknown != '\0') {
+            fail(NLRA_ERROR_ARGUMENT, "flags: '%c' (code %d) is not one of %s", *unknown,
+                 static_cast<unsigned char>(*unknown), known);
+        }
+        const Solving solving(problem);
+        solve(problem, wanted);
+    });
+}
+
+void copy_out(const std::vector<double>& values, double* out) {
+    if (out != nullptr) std::copy(values.begin(), values.end(), out);
+}
+
+}  // namespace
+}  // namespace nlra
+
+using namespace nlra;
+
+int NLRAlpoptimize(NLRAprob prob, const char* flags) {
+    return optimize(prob, __func__, flags, "dpbl", optimize_lp);
+}
+
+int NLRAmipoptimize(NLRAprob prob, const char* flags) {
+    return optimize(prob, __func__, flags, "dpbl", optimize_mip);
+}
+
+int NLRAinterrupt(NLRAprob prob, int reason) {
+    return call(prob, __func__, Access::kPeek, [&](nlra_problem& problem) {
+        switch (reason) {
+            case NLRA_STOP_TIMELIMIT:
+            case NLRA_STOP_CTRLC:
+            case NLRA_STOP_NODELIMIT:
+            case NLRA_STOP_ITERLIMIT:
+            case NLRA_STOP_MIPGAP:
+            case NLRA_STOP_SOLLIMIT:
+            case NLRA_STOP_USER:
+                break;
+            default:
+                fail(NLRA_ERROR_ARGUMENT, "reason = %d is not a reason to stop", reason);
+        }
+        if (!problem.solving.load()) return;
+        // The first reason counts.
+        int none = NLRA_STOP_NONE;
+        problem.stop_request.compare_exchange_strong(none, reason);
+    });
+}
+
+int NLRAgetlpsol(NLRAprob prob, double* x, double* slack, double* dual, double* dj) {
+    return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
+        const Solution& solution = problem.lp_solution;
+        if (!solution.present) fail(NLRA_ERROR_STATE, "no solution of a linear solve is available");
+        if ((dual != nullptr || dj != nullptr) && !solution.has_duals) {
+            fail(NLRA_ERROR_STATE, "the last linear solve has left no dual values");
+        }
+        copy_out(solution.x, x);
+        copy_out(solution.slack, slack);
+        copy_out(solution.dual, dual);
+        copy_out(solution.dj, dj);
+    });
+}
+
+int NLRAgetmipsol(NLRAprob prob, double* x, double* slack) {
+    return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
+        const Solution& solution = problem.mip_solution;
+        if (!solution.present) {
+            fail(NLRA_ERROR_STATE, "no solution of a mixed integer solve is available");
+        }
+        copy_out(solution.x, x);
+        copy_out(solution.slack, slack);
+    });
+}
+
+int NLRAaddmipsol(NLRAprob prob, int n, const double* value, const int* colind, const char* name) {
+    return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+        const int cols = problem.model.cols();
+        check_count("n", n);
+        check_array("value", value, n);
+        if (colind == nullptr && n != cols) {
+            fail(NLRA_ERROR_ARGUMENT, "n = %d, but without colind values for all %d columns", n,
+                 cols);
+        }
+        check_finite("value", value, n);
+        MipStart start;
+        if (name != nullptr) start.name = name;
+        start.values.assign(value, value + n);
+        start.cols.resize(static_cast<size_t>(n));
+        if (colind == nullptr) {
+            std::iota(start.cols.begin(), start.cols.end(), 0);
+        } else {
+            check_indices("colind", colind, n, cols, Kind::kColumn);
+            std::copy_n(colind, n, start.cols.begin());
+            const int64_t repeat = problem.duplicates.find(colind, 0, n, cols);
+            if (repeat >= 0) {
+                fail(NLRA_ERROR_ARGUMENT, "colind[%lld] = %d is there twice",
+                     static_cast<long long>(repeat), colind[repeat]);
+            }
+        }
+        problem.mip_starts.push_back(std::move(start));
+    });
+}

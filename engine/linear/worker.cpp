@@ -1,0 +1,110 @@
+#include "linear/worker.hpp"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace nlra {
+namespace {
+
+struct Worker {
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::function<void()> job;
+};
+
+struct Pool {
+    std::mutex mutex;
+    std::vector<Worker*> idle;
+};
+
+std::atomic<unsigned> generation{0};
+std::atomic<bool> exiting{false};
+
+// Never destroyed: workers outlive main().
+Pool*& pool_pointer() {
+    static Pool* pool = [] {
+        std::atexit([] { exiting.store(true); });
+        return new Pool;
+    }();
+    return pool;
+}
+
+void work(Pool* pool, Worker* self) {
+    while (true) {
+        std::function<void()> job;
+        {
+            std::unique_lock<std::mutex> lock(self->mutex);
+            self->wake.wait(lock, [self] { return static_cast<bool>(self->job); });
+            job.swap(self->job);
+        }
+        job();
+        job = nullptr;
+        std::lock_guard<std::mutex> lock(pool->mutex);
+        pool->idle.push_back(self);
+    }
+}
+
+// Signals must reach the program's own threads: an interpreter acts on them in its main thread.
+class BlockedSignals {
+  public:
+    BlockedSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+  private:
+    sigset_t before_;
+};
+
+}  // namespace
+
+void run_on_worker(std::function<void()> job) {
+    Pool* pool = pool_pointer();
+    Worker* worker = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(pool->mutex);
+        if (!pool->idle.empty()) {
+            worker = pool->idle.back();
+            pool->idle.pop_back();
+        } else {
+            // Room for its return, which must not fail.
+            pool->idle.reserve(pool->idle.capacity() + 1);
+        }
+    }
+    if (worker == nullptr) {
+        auto fresh = std::make_unique<Worker>();
+        fresh->job = std::move(job);
+        BlockedSignals blocked;
+        std::thread(work, pool, fresh.get()).detach();
+        fresh.release();
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(worker->mutex);
+        worker->job = std::move(job);
+    }
+    worker->wake.notify_one();
+}
+
+unsigned fork_generation() { return generation.load(std::memory_order_relaxed); }
+
+void workers_after_fork() {
+    generation.fetch_add(1, std::memory_order_relaxed);
+    // The parent's pool may be locked by a thread that does not exist here.
+    pool_pointer() = new Pool;
+}
+
+bool process_exiting() { return exiting.load(std::memory_order_relaxed); }
+
+}  // namespace nlra

@@ -1,0 +1,124 @@
+#include "nonlinear/qp_attempts.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "nonlinear/qp_polish.hpp"
+
+namespace nlra {
+
+namespace {
+
+bool attempt(const QuadraticProgram& program, const NlpOptions& options, const double* start,
+             QpRun& run, int log_level, PrimalDual& point) {
+    const InteriorResult interior = solve_interior(program, options, start, run, log_level);
+    if (run.over()) {
+        point = interior.point;
+        return false;
+    }
+    Residuals residuals;
+    point = polish(program, interior, run, residuals);
+    return run.accepts(residuals);
+}
+
+// Equations that may be violated at a price. The interior point solver wants no more equations
+// than columns, and independent ones; here every equation brings columns of its own. With a price
+// above all duals the optimum violates none.
+QuadraticProgram with_elastic_equations(const QuadraticProgram& program, double price) {
+    QuadraticProgram elastic = program;
+    elastic.start.assign(1, 0);
+    elastic.index.clear();
+    elastic.value.clear();
+    for (int i = 0; i < program.rows; ++i) {
+        for (int64_t k = program.start[i]; k < program.start[i + 1]; ++k) {
+            elastic.index.push_back(program.index[k]);
+            elastic.value.push_back(program.value[k]);
+        }
+        if (program.row_lower[i] == program.row_upper[i]) {
+            for (const double sign : {1.0, -1.0}) {
+                elastic.index.push_back(elastic.add_column(price, 0.0, kInfinity));
+                elastic.value.push_back(sign);
+            }
+        }
+        elastic.start.push_back(static_cast<int64_t>(elastic.index.size()));
+    }
+    return elastic;
+}
+
+bool elastic_attempt(const QuadraticProgram& program, const double* start, QpRun& run,
+                     int log_level, PrimalDual& point) {
+    std::vector<double> origin(program.columns, 0.0), gradient;
+    program.gradient(start != nullptr ? start : origin.data(), gradient);
+    double price = 1.0;
+    for (const double value : gradient) price = std::max(price, std::fabs(value));
+    NlpOptions options;
+    options.max_iterations = 500;
+    for (int trial = 0; trial < 3 && !run.over(); ++trial) {
+        price *= 100.0;
+        const QuadraticProgram elastic = with_elastic_equations(program, price);
+        std::vector<double> x;
+        if (start != nullptr) {
+            x.assign(start, start + program.columns);
+            x.resize(elastic.columns, 0.0);
+        }
+        InteriorResult interior =
+            solve_interior(elastic, options, x.empty() ? nullptr : x.data(), run, log_level);
+        interior.point.x.resize(program.columns);
+        interior.lower_multipliers.resize(program.columns);
+        interior.upper_multipliers.resize(program.columns);
+        if (run.over()) {
+            point = interior.point;
+            return false;
+        }
+        Residuals residuals;
+        point = polish(program, interior, run, residuals);
+        if (run.accepts(residuals)) return true;
+    }
+    return false;
+}
+
+// Rows that leave no room around a feasible point can have no duals: x^2 <= 0, minimize x. Such a
+// program is solved with its bounds moved out by part of the feasibility tolerance.
+bool shifted_attempt(const QuadraticProgram& program, const double* start, QpRun& run,
+                     int log_level, PrimalDual& point) {
+    NlpOptions options;
+    options.bound_relaxation = 0.5 * run.feasibility_tolerance;
+    options.tolerance = 1e-9;
+    point = solve_interior(program, options, start, run, log_level).point;
+    return !run.over() && run.accepts(measure(program, point, true));
+}
+
+}  // namespace
+
+bool find_optimum(const QuadraticProgram& program, Attempts attempts, const double* start,
+                  QpRun& run, int log_level, PrimalDual& point) {
+    const int equations = program.equations();
+    const bool crowded = equations > program.columns;
+    if (attempts == Attempts::kFirst) {
+        if (crowded) return elastic_attempt(program, start, run, log_level, point);
+        NlpOptions options;
+        options.tolerance = 1e-10;
+        options.bound_relaxation = 1e-9;
+        options.adaptive_barrier = true;
+        options.max_iterations = 200;
+        options.divergence = 1e10;
+        return attempt(program, options, start, run, log_level, point);
+    }
+    if (!crowded) {
+        NlpOptions options;
+        options.max_iterations = 500;
+        if (attempt(program, options, start, run, log_level, point)) return true;
+        options = NlpOptions();
+        options.scaling = false;
+        options.adaptive_barrier = true;
+        options.bound_relaxation = 0.0;
+        if (!run.over() && attempt(program, options, start, run, log_level, point)) return true;
+        options = NlpOptions();
+        options.initial_barrier = 1e3;
+        if (!run.over() && attempt(program, options, start, run, log_level, point)) return true;
+        if (!run.over() && shifted_attempt(program, start, run, log_level, point)) return true;
+    }
+    return !run.over() && equations > 0 && elastic_attempt(program, start, run, log_level, point);
+}
+
+}  // namespace nlra

@@ -1,0 +1,321 @@
+#include "search/optimize.hpp"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <mutex>
+#include <utility>
+
+#include "analysis/convexity.hpp"
+#include "api/problem.hpp"
+#include "linear/linear_solver.hpp"
+#include "linear/relaxation.hpp"
+#include "nonlinear/convex_qp.hpp"
+#include "search/mip_start.hpp"
+#include "search/monitor.hpp"
+#include "search/reformulate.hpp"
+#include "search/report.hpp"
+
+namespace nlra {
+namespace {
+
+// How far a solution may miss a set, an indicator or a semi-continuous range by the integrality
+// tolerance of the binaries that stand for it, before it is repaired.
+constexpr double kMaxViolation = 1e-6;
+
+LpMethod wanted_method(const Params& params, const char* flags) {
+    if (std::strchr(flags, 'd') != nullptr) return LpMethod::kDualSimplex;
+    if (std::strchr(flags, 'p') != nullptr) return LpMethod::kPrimalSimplex;
+    if (std::strchr(flags, 'b') != nullptr) return LpMethod::kInteriorPoint;
+    return static_cast<LpMethod>(params.get_int(kLpMethod));
+}
+
+LinearSolver& linear_solver(nlra_problem& problem) {
+    if (!problem.linear) problem.linear = std::make_unique<LinearSolver>();
+    return *problem.linear;
+}
+
+// Fills in the time, however a solve ends.
+class Clock {
+  public:
+    Clock(nlra_problem& problem, const Monitor& monitor) : problem_(problem), monitor_(monitor) {}
+    ~Clock() { problem_.info.seconds = monitor_.elapsed(); }
+    Clock(const Clock&) = delete;
+    Clock& operator=(const Clock&) = delete;
+
+  private:
+    nlra_problem& problem_;
+    const Monitor& monitor_;
+};
+
+void require_convex(nlra_problem& problem, bool mip) {
+    const std::string what = find_nonconvexity(problem.model);
+    if (what.empty()) return;
+    problem.info.lp_status = NLRA_LP_NONCONVEX;
+    if (mip) problem.info.mip_status = NLRA_MIP_NONCONVEX;
+    fail(NLRA_ERROR_NONCONVEX, "the problem is not convex: %s", what.c_str());
+}
+
+// A quadratic model as a continuous one: conditional rows are dropped, types relaxed.
+Model relaxed_copy(const Model& model) {
+    Model copy = model;
+    for (const auto& [row, indicator] : model.indicators) {
+        copy.rowtype[row] = 'N';
+        copy.qrows.erase(row);
+    }
+    for (int j = 0; j < model.cols(); ++j) {
+        const Interval bounds = relaxed_column(model, j);
+        copy.set_bounds(j, bounds.lower, bounds.upper);
+    }
+    return copy;
+}
+
+LpOutcome solve_quadratic(nlra_problem& problem, Monitor& monitor) {
+    const Model& model = problem.model;
+    const bool plain = is_plain(model);
+    LpOutcome outcome = solve_convex_quadratic(plain ? model : relaxed_copy(model),
+                                               problem.controls, monitor, nullptr);
+    outcome.barrier_iterations += outcome.iterations;
+    outcome.iterations = 0;
+    return outcome;
+}
+
+// Solve the relaxation and store what comes out.
+void solve_continuous(nlra_problem& problem, Monitor& monitor, const char* flags) {
+    LpOutcome outcome =
+        problem.model.is_quadratic()
+            ? solve_quadratic(problem, monitor)
+            : linear_solver(problem).solve_relaxation(
+                  problem.model, problem.controls, wanted_method(problem.controls, flags), monitor);
+    SolveInfo& info = problem.info;
+    info.lp_status = outcome.status;
+    info.stop = outcome.stop;
+    info.simplex_iterations = outcome.iterations;
+    info.barrier_iterations = outcome.barrier_iterations;
+    info.lp_objective = outcome.solution.objective;
+    problem.lp_solution = std::move(outcome.solution);
+}
+
+// The status of a mixed integer problem that turned out to be a continuous one.
+int mip_status_of(int lp_status) {
+    switch (lp_status) {
+        case NLRA_LP_OPTIMAL:
+            return NLRA_MIP_OPTIMAL;
+        case NLRA_LP_INFEAS:
+            return NLRA_MIP_INFEAS;
+        case NLRA_LP_UNBOUNDED:
+            return NLRA_MIP_UNBOUNDED;
+        default:
+            // A point that a stopped simplex method leaves need not be feasible.
+            return NLRA_MIP_NO_SOL_FOUND;
+    }
+}
+
+// A continuous problem by way of the mixed integer call.
+void solve_continuous_as_mip(nlra_problem& problem, Monitor& monitor, const char* flags) {
+    solve_continuous(problem, monitor, flags);
+    SolveInfo& info = problem.info;
+    info.mip_status = mip_status_of(info.lp_status);
+    info.best_bound = problem.model.sense < 0 ? kInfinity : -kInfinity;
+    if (info.mip_status != NLRA_MIP_OPTIMAL) return;
+    problem.mip_solution = problem.lp_solution;
+    info.mip_objective = info.best_bound = info.lp_objective;
+    info.mip_solutions = 1;
+}
+
+// Whether nothing is left to branch on; `integral` tells whether the fixed values are allowed.
+bool all_entities_fixed(const Model& model, bool& integral) {
+    integral = true;
+    if (!model.sets.empty() || !model.indicators.empty()) return false;
+    for (int j = 0; j < model.cols(); ++j) {
+        const char type = model.coltype[j];
+        if (type == 'C') continue;
+        if (!is_integral(type) || model.lower[j] != model.upper[j]) return false;
+        if (model.lower[j] != std::round(model.lower[j])) integral = false;
+    }
+    return true;
+}
+
+void solve_quadratic_mip(nlra_problem& problem, Monitor& monitor, const char* flags) {
+    bool integral = true;
+    if (!all_entities_fixed(problem.model, integral)) {
+        fail(NLRA_ERROR_UNSUPPORTED,
+             "a problem with quadratic terms cannot have integer or semi-continuous columns, sets "
+             "or indicators: the optimizer has no search for such problems");
+    }
+    if (!integral) {
+        problem.info.mip_status = NLRA_MIP_INFEAS;
+        return;
+    }
+    solve_continuous_as_mip(problem, monitor, flags);
+}
+
+std::vector<StartPoint> start_points(nlra_problem& problem) {
+    const size_t cols = static_cast<size_t>(problem.model.cols());
+    std::vector<StartPoint> points;
+    for (const MipStart& start : problem.mip_starts) {
+        StartPoint point(cols, std::numeric_limits<double>::quiet_NaN());
+        for (size_t k = 0; k < start.cols.size(); ++k) point[start.cols[k]] = start.values[k];
+        points.push_back(std::move(point));
+    }
+    std::vector<double>& incumbent = linear_solver(problem).incumbent;
+    if (incumbent.size() == cols && cols > 0) points.push_back(std::move(incumbent));
+    incumbent.clear();
+    return points;
+}
+
+// The binaries hold up to a tolerance only, which times a wide bound may be too much: settle the
+// columns around the rounded binaries. False when that is not possible, with `solution` as it was.
+bool repair(const Model& model, Reformulation& reformulation, const Params& params,
+            Monitor& monitor, Solution& solution) {
+    Model fixed = reformulation.plain();
+    fixed.edits = Edits();
+    for (int j = 0; j < fixed.cols(); ++j) {
+        if (!is_integral(fixed.coltype[j])) continue;
+        const double value = std::round(solution.x[j]);
+        fixed.set_bounds(j, value, value);
+    }
+    LinearSolver solver;
+    LpOutcome settled = solver.solve_relaxation(fixed, params, LpMethod::kDualSimplex, monitor);
+    if (settled.status != NLRA_LP_OPTIMAL) return false;
+    if (reformulation.violation(settled.solution.x) > kMaxViolation) return false;
+    solution.x = std::move(settled.solution.x);
+    solution.x.resize(static_cast<size_t>(model.cols()));
+    evaluate(model, solution);
+    return true;
+}
+
+bool within_gap(const MipOutcome& outcome, const Params& params) {
+    return outcome.gap <= params.get_double(kRelGap) + kMaxViolation ||
+           std::abs(outcome.solution.objective - outcome.bound) <=
+               params.get_double(kAbsGap) + kMaxViolation;
+}
+
+MipOutcome solve_reformulated(nlra_problem& problem, Monitor& monitor) {
+    const Model& model = problem.model;
+    Reformulation reformulation(model);
+    monitor.log(2, "Reformulated: %d rows, %d columns", reformulation.plain().rows(),
+                reformulation.plain().cols());
+    Params params = problem.controls;
+    StartPoint start = choose_start(model, &reformulation, params, start_points(problem));
+    // The second time with the tightest tolerance, from the repaired solution of the first.
+    for (bool again = false;; again = true) {
+        LinearSolver solver;
+        MipOutcome outcome =
+            solver.solve_mip(reformulation.plain(), params,
+                             start.empty() ? start : reformulation.extend(start), monitor);
+        Solution& solution = outcome.solution;
+        if (!solution.present) return outcome;
+        const double violation = reformulation.violation(solution.x);
+        if (violation <= kMaxViolation) {
+            solution.x.resize(static_cast<size_t>(model.cols()));
+            evaluate(model, solution);
+            update_gap(model.sense, outcome);
+            return outcome;
+        }
+        monitor.log(2, "A condition on a column or row is missed by %.1e within the tolerances",
+                    violation);
+        if (!repair(model, reformulation, params, monitor, solution)) {
+            if (again || outcome.stop != NLRA_STOP_NONE) {
+                fail(NLRA_ERROR_SOLVER,
+                     "the bounds of columns in sets, of semi-continuous columns or in rows with "
+                     "an indicator are too wide: within the tolerances the solution misses such a "
+                     "condition by %.1e; tighten them",
+                     violation);
+            }
+            start.clear();
+        } else {
+            update_gap(model.sense, outcome);
+            if (outcome.status != NLRA_MIP_OPTIMAL || within_gap(outcome, params)) return outcome;
+            if (again) {
+                outcome.status = NLRA_MIP_SOLUTION;
+                outcome.stop = NLRA_STOP_NONE;
+                return outcome;
+            }
+            start = solution.x;
+        }
+        params.set_double(kMipTol, 1e-9);
+    }
+}
+
+void solve_linear_mip(nlra_problem& problem, Monitor& monitor) {
+    const Model& model = problem.model;
+    MipOutcome outcome;
+    if (is_plain(model)) {
+        const StartPoint start =
+            choose_start(model, nullptr, problem.controls, start_points(problem));
+        outcome = linear_solver(problem).solve_mip(model, problem.controls, start, monitor);
+    } else {
+        outcome = solve_reformulated(problem, monitor);
+    }
+    SolveInfo& info = problem.info;
+    info.mip_status = outcome.status;
+    info.stop = outcome.stop;
+    info.mip_objective = outcome.solution.objective;
+    info.best_bound = outcome.bound;
+    info.rel_gap = outcome.gap;
+    info.nodes = outcome.nodes;
+    info.simplex_iterations = outcome.iterations;
+    info.mip_solutions = outcome.improvements;
+    if (outcome.solution.present) linear_solver(problem).incumbent = outcome.solution.x;
+    problem.mip_solution = std::move(outcome.solution);
+}
+
+}  // namespace
+
+void optimize_lp(nlra_problem& problem, const char* flags) {
+    Monitor monitor(problem);
+    const Clock clock(problem, monitor);
+    // What a mixed integer solve has found stays.
+    SolveInfo fresh;
+    fresh.mip_status = problem.info.mip_status;
+    fresh.mip_objective = problem.info.mip_objective;
+    fresh.best_bound = problem.info.best_bound;
+    fresh.rel_gap = problem.info.rel_gap;
+    fresh.mip_solutions = problem.info.mip_solutions;
+    problem.info = fresh;
+    problem.lp_solution.clear();
+    log_header(problem, monitor);
+    if (problem.model.is_quadratic()) require_convex(problem, false);
+    solve_continuous(problem, monitor, flags);
+    log_lp_result(problem, monitor);
+}
+
+void optimize_mip(nlra_problem& problem, const char* flags) {
+    Monitor monitor(problem);
+    const Clock clock(problem, monitor);
+    problem.info = SolveInfo();
+    problem.lp_solution.clear();
+    problem.mip_solution.clear();
+    log_header(problem, monitor);
+    const Model& model = problem.model;
+    if (model.is_quadratic()) require_convex(problem, true);
+    if (std::strchr(flags, 'l') != nullptr) {
+        solve_continuous(problem, monitor, flags);
+        problem.info.mip_status = problem.info.lp_status == NLRA_LP_OPTIMAL
+                                      ? NLRA_MIP_LP_OPTIMAL
+                                      : NLRA_MIP_LP_NOT_OPTIMAL;
+        log_lp_result(problem, monitor);
+        return;
+    }
+    if (model.is_quadratic()) {
+        solve_quadratic_mip(problem, monitor, flags);
+    } else if (!model.is_mip()) {
+        solve_continuous_as_mip(problem, monitor, flags);
+    } else {
+        solve_linear_mip(problem, monitor);
+    }
+    problem.mip_starts.clear();
+    log_mip_result(problem, monitor);
+}
+
+void install_fork_handler() {
+    static std::once_flag once;
+    std::call_once(once, [] { pthread_atfork(nullptr, nullptr, linear_solver_after_fork); });
+}
+
+}  // namespace nlra

@@ -1,0 +1,136 @@
+// Deletions: everything that is addressed by row, column or set index moves down together.
+#include <algorithm>
+
+#include "store/model.hpp"
+
+namespace nlra {
+namespace {
+
+// Old index to new one, -1 for deleted.
+std::vector<int> deletion_map(int size, const std::vector<int>& sorted) {
+    std::vector<int> map(static_cast<size_t>(size));
+    auto next = sorted.begin();
+    int kept = 0;
+    for (int i = 0; i < size; ++i) {
+        if (next != sorted.end() && *next == i) {
+            map[i] = -1;
+            ++next;
+        } else {
+            map[i] = kept++;
+        }
+    }
+    return map;
+}
+
+// The map from the solver's last known indices, carried over one more deletion.
+std::vector<int> compose(const std::vector<int>& known_map, int known,
+                         const std::vector<int>& map) {
+    if (known_map.empty()) return {map.begin(), map.begin() + known};
+    std::vector<int> composed(known_map);
+    for (int& index : composed) {
+        if (index >= 0) index = map[index];
+    }
+    return composed;
+}
+
+template <class T>
+void compact(std::vector<T>& vector, const std::vector<int>& map) {
+    size_t kept = 0;
+    for (size_t i = 0; i < map.size(); ++i) {
+        if (map[i] < 0) continue;
+        if (kept != i) vector[kept] = std::move(vector[i]);
+        ++kept;
+    }
+    vector.erase(vector.begin() + static_cast<std::ptrdiff_t>(kept), vector.end());
+}
+
+// Rows renumbered without touching what they hold, hence without memory.
+template <class T>
+void compact(std::map<int, T>& by_row, const std::vector<int>& map) {
+    std::map<int, T> kept;
+    while (!by_row.empty()) {
+        auto node = by_row.extract(by_row.begin());
+        if (map[node.key()] < 0) continue;
+        node.key() = map[node.key()];
+        kept.insert(kept.end(), std::move(node));
+    }
+    by_row.swap(kept);
+}
+
+// The order of terms survives, as the map keeps the order of columns.
+void compact_terms(std::vector<QuadTerm>& terms, const std::vector<int>& map) {
+    std::erase_if(terms, [&](const QuadTerm& t) { return map[t.col1] < 0 || map[t.col2] < 0; });
+    for (QuadTerm& term : terms) {
+        term.col1 = map[term.col1];
+        term.col2 = map[term.col2];
+    }
+}
+
+void compact_set(Set& set, const std::vector<int>& map) {
+    size_t kept = 0;
+    for (size_t i = 0; i < set.cols.size(); ++i) {
+        if (map[set.cols[i]] < 0) continue;
+        set.cols[kept] = map[set.cols[i]];
+        set.weights[kept++] = set.weights[i];
+    }
+    set.cols.resize(kept);
+    set.weights.resize(kept);
+}
+
+}  // namespace
+
+void Model::delete_rows(const std::vector<int>& sorted) {
+    const std::vector<int> map = deletion_map(rows(), sorted);
+    // Rows that no solver has seen yet leave no trace.
+    const bool seen = !edits.row_map.empty() || sorted.front() < edits.known_rows;
+    std::vector<int> row_map;
+    if (seen) row_map = compose(edits.row_map, edits.known_rows, map);
+    matrix.merge();
+
+    if (seen) {
+        edits.row_map.swap(row_map);
+        touch_structure();
+    }
+    matrix.compact_rows(map);
+    compact(rowtype, map);
+    compact(rhs, map);
+    compact(range, map);
+    compact(qrows, map);
+    compact(indicators, map);
+    rownames.compact(map);
+}
+
+void Model::delete_cols(const std::vector<int>& sorted) {
+    const std::vector<int> map = deletion_map(cols(), sorted);
+    const bool seen = !edits.col_map.empty() || sorted.front() < edits.known_cols;
+    std::vector<int> col_map;
+    if (seen) col_map = compose(edits.col_map, edits.known_cols, map);
+    matrix.merge();
+
+    if (seen) edits.col_map.swap(col_map);
+    touch_structure();
+    matrix.compact_cols(map);
+    for (const int col : sorted) entities_ -= coltype[col] != 'C';
+    compact(obj, map);
+    compact(lower, map);
+    compact(upper, map);
+    compact(limit, map);
+    compact(coltype, map);
+    colnames.compact(map);
+    compact_terms(qobj, map);
+    for (auto row = qrows.begin(); row != qrows.end();) {
+        compact_terms(row->second, map);
+        row = row->second.empty() ? qrows.erase(row) : std::next(row);
+    }
+    for (Set& set : sets) compact_set(set, map);
+    for (auto& [row, indicator] : indicators) indicator.col = map[indicator.col];
+}
+
+void Model::delete_sets(const std::vector<int>& sorted) {
+    const std::vector<int> map = deletion_map(static_cast<int>(sets.size()), sorted);
+    compact(sets, map);
+    setnames.compact(map);
+    touch_structure();
+}
+
+}  // namespace nlra

@@ -1,0 +1,62 @@
+// Names of rows, columns or sets: one packed arena, and a hash index that is built on the first
+// look-up only, since most models are never searched by name.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace nlra {
+
+class Names {
+  public:
+    explicit Names(char default_letter) : letter_(default_letter) {}
+
+    // Make room for `count` objects; new ones have no name. Shrinks as well.
+    void resize(int count);
+    void reserve(int count);
+    int size() const { return static_cast<int>(spans_.size()); }
+    // An empty name takes the object's name away.
+    void set(int index, std::string_view name);
+    // Names of the objects first, first + 1, ..., each ended by a NUL. All or, when out of memory,
+    // none.
+    void set_packed(int first, int count, const char* names);
+    bool has(int index) const { return spans_[index].length >= 0; }
+    // The name, or the default letter with index + 1 where there is none.
+    std::string get(int index) const;
+    // Bytes of the name without a NUL; never null. Only valid for an index that has a name.
+    std::string_view view(int index) const;
+    // Bytes of the longest name, default names counted.
+    int longest() const;
+    // The first object of this name, -1 when there is none. Default names are found as well.
+    int find(std::string_view name) const;
+    // Keep the objects for which map[i] >= 0, in order (map: old index to new one). Cannot fail.
+    void compact(const std::vector<int>& map);
+    void clear();
+
+  private:
+    struct Span {
+        int64_t offset = 0;
+        int32_t length = -1;
+    };
+
+    void assign(int index, int64_t offset, int32_t length);
+    void drop_waste();
+    void build_slots() const;
+    // The slot that holds an object of this name, or the free one where it would go.
+    size_t slot_of(std::string_view name) const;
+    int default_index(std::string_view name) const;
+    void forget_slots() { slots_.clear(), used_slots_ = 0; }
+
+    char letter_;
+    std::vector<Span> spans_;
+    std::vector<char> arena_;
+    int64_t live_ = 0;  // bytes of the arena that belong to names
+    // Open addressing: object indices, -1 free. Empty: not built. Only the first object of equal
+    // names is in it.
+    mutable std::vector<int32_t> slots_;
+    mutable size_t used_slots_ = 0;
+};
+
+}  // namespace nlra

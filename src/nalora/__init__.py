@@ -1,0 +1,17 @@
+"""Modelling and solving of linear, mixed integer, quadratic and nonlinear optimisation problems.
+
+>>> import nalora
+>>> x, y = nalora.var(name="x", ub=4), nalora.var(name="y", vartype=nalora.integer)
+>>> p = nalora.problem(x, y, x + 2 * y <= 7, 3 * x + y, sense=nalora.maximize)
+>>> p.solve()
+>>> p.getSolution(x, y)
+
+All names come from the compiled module `nalora.naloralib`.
+"""
+
+from . import naloralib
+
+__version__ = "0.1.0.dev0"
+
+__all__ = [name for name in vars(naloralib) if not name.startswith("_")]
+globals().update((name, getattr(naloralib, name)) for name in __all__)

@@ -1,0 +1,91 @@
+#include "problem/index_map.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "check.hpp"
+
+using nalora::IndexMap;
+
+namespace {
+
+using Shadow = std::map<uint64_t, int32_t>;
+
+void expect_same(const IndexMap& map, const Shadow& shadow, const std::vector<uint64_t>& serials) {
+    for (const uint64_t serial : serials) {
+        const auto found = shadow.find(serial);
+        CHECK(map.find(serial) == (found == shadow.end() ? -1 : found->second));
+        CHECK(map.contains(serial) == (found != shadow.end()));
+    }
+}
+
+// Serials as they come about: dense runs, a few far apart, in any order.
+std::vector<uint64_t> some_serials(std::mt19937& random) {
+    std::vector<uint64_t> serials;
+    for (int run = 0; run < 4; ++run) {
+        uint64_t serial = random() % 200000 + 1;
+        for (int i = 0; i < 300; ++i) serials.push_back(serial += random() % 3);
+    }
+    std::shuffle(serials.begin(), serials.end(), random);
+    return serials;
+}
+
+}  // namespace
+
+TEST("index map: behaves as an ordered map does") {
+    for (unsigned seed = 0; seed < 50; ++seed) {
+        std::mt19937 random(seed);
+        const std::vector<uint64_t> serials = some_serials(random);
+        IndexMap map;
+        Shadow shadow;
+        for (int step = 0; step < 2000; ++step) {
+            const uint64_t serial = serials[random() % serials.size()];
+            if (random() % 3 == 0) {
+                map.erase(serial);
+                shadow.erase(serial);
+            } else {
+                map.set(serial, step);
+                shadow[serial] = step;
+            }
+        }
+        expect_same(map, shadow, serials);
+
+        const IndexMap copy = map.copy();
+        map.clear();
+        expect_same(map, {}, serials);
+        expect_same(copy, shadow, serials);
+        map.set(serials[0], 7);  // a cleared map starts anywhere again
+        expect_same(map, {{serials[0], 7}}, serials);
+        expect_same(copy, shadow, serials);
+    }
+}
+
+TEST("index map: renumbering moves and removes") {
+    IndexMap map;
+    std::vector<int32_t> new_index;
+    for (int32_t i = 0; i < 2000; ++i) {
+        map.set(static_cast<uint64_t>(i) * 3 + 100, i);
+        new_index.push_back(i % 5 == 0 ? -1 : i - i / 5 - 1);
+    }
+    map.renumber(new_index);
+    for (int32_t i = 0; i < 2000; ++i) {
+        CHECK(map.find(static_cast<uint64_t>(i) * 3 + 100) == new_index[i]);
+    }
+}
+
+TEST("index map: falling and far serials") {
+    // Falling serials leave spare room in front of the first page.
+    constexpr uint64_t kCount = 20'000'000;
+    IndexMap map;
+    for (uint64_t serial = kCount; serial > 0; serial -= 50) {
+        map.set(serial, static_cast<int32_t>(serial % 1000));
+    }
+    CHECK(map.find(kCount) == 0);
+    CHECK(map.find(50) == 50);
+    CHECK(map.find(49) == -1);
+    CHECK(map.find(uint64_t{1} << 60) == -1);
+    CHECK(map.find(0) == -1);
+}

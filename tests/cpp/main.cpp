@@ -1,0 +1,2 @@
+#define CHECK_MAIN
+#include "check.hpp"
