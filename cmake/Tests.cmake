@@ -15,7 +15,7 @@ if(_engine_tests AND TARGET nlra_objects)
 endif()
 
 # Sources of the extension that know no Python; those with everything in a header need no entry.
-set(_plain_sources)
+set(_plain_sources src/naloralib/problem/index_map.cpp)
 
 file(GLOB _unit_tests CONFIGURE_DEPENDS tests/cpp/*.cpp)
 if(_unit_tests)

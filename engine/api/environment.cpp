@@ -83,9 +83,7 @@ int NLRA_ge_setarchconsistency(int consistent) {
 
 int NLRA_ge_getlasterror(int* code, char* text, int maxbytes, int* nbytes) {
     // Asking for an error must not end it: not a call like the others.
-    const LastError error = environment().error.get();
-    if (code != nullptr) *code = error.code;
-    put_text(error.text, text, maxbytes, nbytes);
+    environment().error.read(code, text, maxbytes, nbytes);
     return 0;
 }
 

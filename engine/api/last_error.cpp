@@ -1,9 +1,8 @@
 #include "api/last_error.hpp"
 
-#include <algorithm>
 #include <new>
 
-#include "nlra.h"
+#include "api/text_out.hpp"
 
 namespace nlra {
 namespace {
@@ -14,17 +13,16 @@ constexpr size_t kMostEntries = 32;
 }  // namespace
 
 void ErrorSlot::set(int code, std::string_view text) noexcept {
+    clear();
     const std::thread::id self = std::this_thread::get_id();
     const std::lock_guard lock(mutex_);
+    any_.store(true, std::memory_order_relaxed);
     try {
-        std::erase_if(entries_, [&](const Entry& entry) { return entry.thread == self; });
         if (entries_.size() >= kMostEntries) entries_.erase(entries_.begin());
-        // The entry first: its code alone is better than nothing when there is no memory left.
-        entries_.push_back({self, {code, std::string()}});
-        any_.store(true, std::memory_order_relaxed);
-        entries_.back().error.text = text;
+        entries_.push_back({self, code, std::string(text)});
     } catch (const std::bad_alloc&) {
-        // The status that the call returns still tells the code.
+        spare_.thread = self;
+        spare_.code = code;
     }
 }
 
@@ -32,19 +30,26 @@ void ErrorSlot::clear_own() noexcept {
     const std::thread::id self = std::this_thread::get_id();
     const std::lock_guard lock(mutex_);
     std::erase_if(entries_, [&](const Entry& entry) { return entry.thread == self; });
-    any_.store(!entries_.empty(), std::memory_order_relaxed);
+    if (spare_.thread == self) spare_.thread = std::thread::id();
+    any_.store(!entries_.empty() || spare_.thread != std::thread::id(), std::memory_order_relaxed);
 }
 
-LastError ErrorSlot::get() const {
+void ErrorSlot::read(int* code, char* text, int maxbytes, int* nbytes) const noexcept {
     const std::thread::id self = std::this_thread::get_id();
     const std::lock_guard lock(mutex_);
+    int found_code = 0;
+    std::string_view found_text;
+    if (spare_.thread == self) {
+        found_code = spare_.code;
+        found_text = "out of memory";
+    }
     for (const Entry& entry : entries_) {
         if (entry.thread != self) continue;
-        LastError error = entry.error;
-        if (error.text.empty() && error.code == NLRA_ERROR_MEMORY) error.text = "out of memory";
-        return error;
+        found_code = entry.code;
+        found_text = entry.text;
     }
-    return {};
+    if (code != nullptr) *code = found_code;
+    put_text(found_text, text, maxbytes, nbytes);
 }
 
 }  // namespace nlra

@@ -5,15 +5,11 @@
 #include <atomic>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 namespace nlra {
-
-struct LastError {
-    int code = 0;
-    std::string text;
-};
 
 class ErrorSlot {
   public:
@@ -22,12 +18,14 @@ class ErrorSlot {
     void clear() noexcept {
         if (any_.load(std::memory_order_relaxed)) clear_own();
     }
-    LastError get() const;
+    // The calling thread's error: its code (0: none); the text goes out as by put_text.
+    void read(int* code, char* text, int maxbytes, int* nbytes) const noexcept;
 
   private:
     struct Entry {
         std::thread::id thread;
-        LastError error;
+        int code = 0;
+        std::string text;
     };
 
     void clear_own() noexcept;
@@ -35,6 +33,7 @@ class ErrorSlot {
     std::atomic<bool> any_{false};
     mutable std::mutex mutex_;
     std::vector<Entry> entries_;
+    Entry spare_;  // for when there is no memory: without a text of its own
 };
 
 }  // namespace nlra

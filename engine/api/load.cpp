@@ -1,7 +1,6 @@
 // Loading: whole models and blocks of rows, columns, sets and quadratic rows. Everything is
 // checked before the first change.
 #include <algorithm>
-#include <cstring>
 
 #include "api/boundary.hpp"
 #include "api/checks.hpp"

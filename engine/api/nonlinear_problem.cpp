@@ -69,9 +69,7 @@ int NSLPcopycontrols(NSLPprob dest, NSLPprob source) {
 
 int NSLPgetlasterror(NSLPprob prob, int* code, char* text, int maxbytes, int* nbytes) {
     if (prob == nullptr) return NLRA_ERROR_ARGUMENT;
-    const LastError error = prob->error.get();
-    if (code != nullptr) *code = error.code;
-    put_text(error.text, text, maxbytes, nbytes);
+    prob->error.read(code, text, maxbytes, nbytes);
     return 0;
 }
 

@@ -105,8 +105,6 @@ int NLRAgetprobname(NLRAprob prob, char* name, int maxbytes, int* nbytes) {
 
 int NLRAgetlasterror(NLRAprob prob, int* code, char* text, int maxbytes, int* nbytes) {
     if (prob == nullptr) return NLRA_ERROR_ARGUMENT;
-    const LastError error = prob->error.get();
-    if (code != nullptr) *code = error.code;
-    put_text(error.text, text, maxbytes, nbytes);
+    prob->error.read(code, text, maxbytes, nbytes);
     return 0;
 }

@@ -1,8 +1,6 @@
 // Text into a caller's buffer.
 #pragma once
 
-#include <algorithm>
-#include <cstring>
 #include <string_view>
 
 namespace nlra {
@@ -12,9 +10,7 @@ namespace nlra {
 inline void put_text(std::string_view text, char* buffer, int maxbytes, int* nbytes) {
     if (nbytes != nullptr) *nbytes = static_cast<int>(text.size()) + 1;
     if (buffer == nullptr || maxbytes <= 0) return;
-    const size_t length = std::min(text.size(), static_cast<size_t>(maxbytes) - 1);
-    std::memcpy(buffer, text.data(), length);
-    buffer[length] = '\0';
+    buffer[text.copy(buffer, static_cast<size_t>(maxbytes) - 1)] = '\0';
 }
 
 }  // namespace nlra

@@ -48,32 +48,28 @@ bool Draft::add_col(std::string_view colname) {
     return true;
 }
 
-bool Draft::set_lower(int col, double bound) {
-    if ((marks[col] & kLowerGiven) != 0) return lower[col] == bound;
-    marks[col] |= kLowerGiven | kAnyBound;
-    lower[col] = bound;
+bool Draft::give(std::vector<double>& side, Mark given, int col, double bound,
+                 unsigned char leaves) {
+    if ((marks[col] & given) != 0) return side[col] == bound;
+    marks[col] |= leaves;
+    side[col] = bound;
     return true;
+}
+
+bool Draft::set_lower(int col, double bound) {
+    return give(lower, kLowerGiven, col, bound, kLowerGiven | kAnyBound);
 }
 
 bool Draft::set_upper(int col, double bound) {
-    if ((marks[col] & kUpperGiven) != 0) return upper[col] == bound;
-    marks[col] |= kUpperGiven | kAnyBound;
-    upper[col] = bound;
-    return true;
+    return give(upper, kUpperGiven, col, bound, kUpperGiven | kAnyBound);
 }
 
 bool Draft::clear_lower(int col, double bound) {
-    if ((marks[col] & kLowerGiven) != 0) return lower[col] == bound;
-    marks[col] |= kAnyBound;
-    lower[col] = bound;
-    return true;
+    return give(lower, kLowerGiven, col, bound, kAnyBound);
 }
 
 bool Draft::clear_upper(int col, double bound) {
-    if ((marks[col] & kUpperGiven) != 0) return upper[col] == bound;
-    marks[col] |= kAnyBound;
-    upper[col] = bound;
-    return true;
+    return give(upper, kUpperGiven, col, bound, kAnyBound);
 }
 
 bool Draft::set_threshold(int col, double value, const char* where) {
@@ -90,6 +86,8 @@ bool Draft::contradicts_binary(int col) const {
 }
 
 void Draft::finish(Model& model, const Source& source) {
+    // Everything that can be wrong is found before the model is touched: a reader that tries the
+    // file in another way afterwards needs it empty.
     settle_columns();
     check_thresholds(source);
     check_sets(source);
@@ -117,7 +115,7 @@ void Draft::settle_columns() {
             if ((marks[col] & kLowerGiven) == 0) lower[col] = 0.0;
             if ((marks[col] & kUpperGiven) == 0) upper[col] = 1.0;
         } else if ((type == 'S' || type == 'R') && (marks[col] & kLimitGiven) == 0 &&
-                   lower[col] > 0.0) {
+                   lower[col] > 0.0 && lower[col] < kInfinity) {
             // The formats have one number for the smallest non-zero value: the lower bound.
             limit[col] = lower[col];
             lower[col] = 0.0;
@@ -171,6 +169,7 @@ void Draft::check_indicators(const Source& source) const {
 
 void Draft::fill_columns(Model& model) const {
     const int count = cols.size();
+    // All coefficients come with the rows: no column has to be merged into rows that are there.
     const std::vector<int64_t> starts(static_cast<size_t>(count) + 1, 0);
     model.add_cols(count, 0, obj.data(), starts.data(), nullptr, nullptr, lower.data(),
                    upper.data());

@@ -24,6 +24,7 @@ struct Draft {
         kMarkedInteger = 16
     };
 
+    // Things that can only be judged at the end keep the place in the text where they were said.
     struct SetElement {
         int col;
         double weight;
@@ -80,6 +81,10 @@ struct Draft {
     bool clear_lower(int col, double bound);
     bool clear_upper(int col, double bound);
 
+    // What a limit may be; as a threshold: the smallest non-zero value of types S and R.
+    static bool valid_limit(double value, bool threshold) {
+        return value > -kInfinity && value < kInfinity && (!threshold || value >= 0.0);
+    }
     // Give the smallest non-zero value. False when it was given before.
     bool set_threshold(int col, double value, const char* where);
     // Whether a binary column was given bounds that let it be anything else.
@@ -89,6 +94,8 @@ struct Draft {
     void finish(Model& model, const Source& source);
 
   private:
+    bool give(std::vector<double>& side, Mark given, int col, double bound, unsigned char leaves);
+    // What the types of columns mean for bounds that the file did not give.
     void settle_columns();
     void check_thresholds(const Source& source) const;
     void check_sets(const Source& source) const;

@@ -39,6 +39,7 @@ class LpReader {
     void objective();
     void rows();
     void row();
+    // What follows a row's name; also what follows the -> of an indicator.
     void row_body(std::string_view name, bool indicator_allowed);
     void turned_row(std::string_view name, Sense sense, Side first);
     void add_row(std::string_view name, const Sum& sum, Sense sense, Side side);
@@ -48,12 +49,14 @@ class LpReader {
     void parse_sum(Sum& sum, bool objective);
     void parse_term(Sum& sum, double sign, bool objective);
     void parse_brackets(Sum& sum, double sign, bool objective);
+    // Adds to the column's term of the present sum, if there is one.
     void add_term(Sum& sum, int col, double value);
     bool at_sense() const;
     Sense take_sense();
     static Sense turn(Sense sense);
     double take_sign();  // any number of signs
     Side take_side();
+    // Columns come to be where they are first mentioned, but only in objective and rows.
     int take_new_column();
 
     // lp_sections.cpp
@@ -61,7 +64,9 @@ class LpReader {
     void bounds();
     void bound_statement();
     void give_bound(int col, Sense sense, double value, const char* where);
+    // Sections of names, and of pairs of name and number.
     void type_list(char type);
+    // A second type must refine the first: I to B or R, S to R.
     void set_type(int col, char type, const char* where);
     void numbered_list(LpSection kind);
     void sets();

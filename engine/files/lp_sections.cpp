@@ -99,6 +99,9 @@ void LpReader::numbered_list(LpSection kind) {
         const int col = take_column();
         expect(LpKind::kColon, "a colon and a number");
         const double value = take_side().value;
+        if (!Draft::valid_limit(value, kind == LpSection::kThresholds)) {
+            source_.fail_at(where, "the limit must be finite, and a threshold at least 0");
+        }
         if (kind == LpSection::kPartialIntegers) {
             if (draft_.coltype[col] == 'P') source_.fail_at(where, "a second limit of the column");
             set_type(col, 'P', where);

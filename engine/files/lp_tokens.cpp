@@ -96,6 +96,7 @@ const char* word_end(const char* at) {
 }  // namespace
 
 LpTokens::LpTokens(const Source& source) : source_(&source), at_(source.begin()) {
+    // Programs that write LP files put the problem's name, which the format lacks, into a comment.
     constexpr std::string_view kMark = "problem name:";
     const char* const first = skip(at_);
     for (const char* line = source.begin(); line < first;) {
@@ -134,7 +135,7 @@ void LpTokens::advance() {
         line_start_ = std::memchr(from, '\n', at_ - from) != nullptr;
     }
     now_ = LpToken();
-    now_.text = {at_, 0};
+    now_.text = std::string_view(at_, at_);
     if (at_ == source_->end()) return;
     if (line_start_ && scan_section()) return;
     const char* stop = scan_number(at_, source_->end(), now_.value);
@@ -145,6 +146,7 @@ void LpTokens::advance() {
         if (now_.value != now_.value) {
             source_->fail_at(where(), "%s is out of range", quote(now_.text).c_str());
         }
+        // Two numbers in one word are a slip, though they could be told apart.
         if (*stop == '.') {
             const std::string_view word(now_.text.data(), name_end(stop) - now_.text.data());
             source_->fail_at(where(), "%s is not a number", quote(word).c_str());
@@ -157,6 +159,7 @@ void LpTokens::advance() {
 }
 
 bool LpTokens::scan_section() {
+    // Compared as raw text up to a blank, since some of these names hold signs and dots.
     const char* const end = word_end(at_);
     const std::string_view word(at_, end - at_);
     for (const SectionName& entry : kSections) {

@@ -5,7 +5,7 @@
 #include "files/lp_tokens.hpp"
 #include "files/number.hpp"
 #include "files/text.hpp"
-#include "files/written_names.hpp"
+#include "files/writing.hpp"
 #include "nlra.h"
 #include "store/error.hpp"
 
@@ -24,7 +24,7 @@ class LpWriter {
                 LpTokens::valid_name) {}
 
     void write() {
-        check_problem_name(model_.name, out_);
+        check_writable(model_, cols_, out_);
         if (!model_.name.empty()) {
             out_.put("\\Problem name: ");
             out_.put(model_.name);
@@ -69,6 +69,7 @@ class LpWriter {
         }
         return {number_, static_cast<size_t>(format_number(number_, value) - number_)};
     }
+    // text_of() ends when it is called again.
     void number(double value) { word(text_of(value)); }
 
     // The sign and size of a coefficient; a size of 1 needs no number.
@@ -203,6 +204,7 @@ class LpWriter {
         number(exact ? rhs : 0.0);
     }
 
+    // Rows without terms get one with coefficient 0: most programs insist on a column in a row.
     void row_terms(int row) {
         const std::vector<int64_t>& start = model_.matrix.start();
         const auto quadratic_row = model_.qrows.find(row);
@@ -222,12 +224,6 @@ class LpWriter {
 
     // ---- columns -----------------------------------------------------------------------------
 
-    // A binary column whose bounds were widened since is an integer column.
-    char type_of(int col) const {
-        const char type = model_.coltype[col];
-        const bool widened = type == 'B' && (model_.lower[col] < 0.0 || model_.upper[col] > 1.0);
-        return widened ? 'I' : type;
-    }
     bool is_semi(int col) const { return model_.coltype[col] == 'S' || model_.coltype[col] == 'R'; }
     // Whether the lower bound in the file can stand for the smallest non-zero value.
     bool limit_as_bound(int col) const {
@@ -239,7 +235,8 @@ class LpWriter {
         for (int col = 0; col < model_.cols(); ++col) {
             const double lower = limit_as_bound(col) ? model_.limit[col] : model_.lower[col];
             const double upper = model_.upper[col];
-            if (lower == 0.0 && upper == (type_of(col) == 'B' ? 1.0 : kInfinity)) continue;
+            if (lower == 0.0 && upper == (written_type(model_, col) == 'B' ? 1.0 : kInfinity))
+                continue;
             if (!any) out_.put("Bounds\n");
             any = true;
             start_line();
@@ -248,6 +245,8 @@ class LpWriter {
         }
     }
 
+    // Both ends where one alone would leave doubt: zero is the default lower bound, but some
+    // programs take it away when the upper bound is negative.
     void bound(std::string_view name, double lower, double upper) {
         const bool unbounded = upper >= kInfinity;
         if (lower == upper) {
@@ -277,7 +276,7 @@ class LpWriter {
     void names_of_type(std::string_view header, char type) {
         bool any = false;
         for (int col = 0; col < model_.cols(); ++col) {
-            if (type_of(col) != type) continue;
+            if (written_type(model_, col) != type) continue;
             if (!any) {
                 out_.put(header);
                 out_.put('\n');
@@ -293,6 +292,7 @@ class LpWriter {
         word(std::string(name) + ':' + std::string(text_of(value)));
     }
 
+    // The sections that are our own.
     void limits() {
         for (const bool partial : {true, false}) {
             bool any = false;

@@ -20,11 +20,6 @@ constexpr BoundKind kKinds[] = {
     {"sc", BoundValue::kOptional}, {"si", BoundValue::kOptional}, {"pi", BoundValue::kRequired},
     {"th", BoundValue::kRequired}};
 
-bool is_number(std::string_view field) {
-    double value;
-    return parse_number(field, value) == NumberStatus::kOk;
-}
-
 }  // namespace
 
 // The set's name and the number may both be missing: what a field is follows from how many there
@@ -58,6 +53,9 @@ void MpsReader::bounds_line() {
 }
 
 void MpsReader::apply_bound(std::string_view kind, int col, double value) {
+    if ((kind == "pi" || kind == "th") && !Draft::valid_limit(value, kind == "th")) {
+        fail_fields("a finite limit, at least 0 for TH");
+    }
     bool consistent = true;
     draft_.marks[col] |= Draft::kAnyBound;
     if (kind == "lo" || kind == "li") {

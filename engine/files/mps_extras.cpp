@@ -38,6 +38,8 @@ void MpsReader::end_quadratic() {
     };
     std::stable_sort(quad_entries_.begin(), quad_entries_.end(),
                      [&](const QuadEntry& a, const QuadEntry& b) { return key(a) < key(b); });
+    // Terms are kept as they stand in the polynomial: with 0.5 x'Qx an entry off the diagonal,
+    // which stands for both halves, counts whole there and a diagonal one half.
     const bool both_halves = section_ == Section::kQmatrix || section_ == Section::kQcmatrix;
     const double half = section_ == Section::kQcmatrix ? 1.0 : 0.5;
     const auto same_pair = [](const QuadEntry& a, const QuadEntry& b) {
@@ -87,7 +89,7 @@ bool MpsReader::is_set_header() const {
     if (!equal_nocase(lines_[0], "s1") && !equal_nocase(lines_[0], "s2")) return false;
     const int count = lines_.count();
     const bool element = count == 2 && lines_.indent() > 3 && draft_.cols.find(lines_[0]) >= 0 &&
-                         is_weight(lines_[1]);
+                         is_number(lines_[1]);
     return !element;
 }
 
@@ -95,18 +97,13 @@ bool MpsReader::is_set_header() const {
 void MpsReader::set_header(char type) {
     const int count = lines_.count();
     if (count < 2 || count > 4) fail_fields("the name of a set");
-    const bool priority = count == 4 || (count == 3 && is_weight(lines_[2]));
+    const bool priority = count == 4 || (count == 3 && is_number(lines_[2]));
     if (count == 4) number(lines_[3]);
     const std::string_view name = lines_[priority ? count - 2 : count - 1];
     if (!sets_.add(name)) {
         source_.fail_at(lines_.begin(), "set %s occurs twice", quote(name).c_str());
     }
     draft_.sets.push_back({type, name, {}});
-}
-
-bool MpsReader::is_weight(std::string_view field) {
-    double value;
-    return parse_number(field, value) == NumberStatus::kOk;
 }
 
 void MpsReader::indicators_line() {

@@ -33,6 +33,7 @@ std::string_view MpsLines::rest() const {
 }
 
 void MpsLines::split_free(const char* at) {
+    // No check for the end of the text is needed: the newline behind it ends the last line.
     count_ = 0;
     while (true) {
         while (is_blank(*at) && *at != '\n') ++at;
@@ -57,6 +58,7 @@ void MpsLines::split_fixed(const char* line_end) {
                                                 {24, 36}, {39, 47}, {49, 61}};
     std::string_view line(line_, line_end - line_);
     while (!line.empty() && is_blank(line.back())) line.remove_suffix(1);
+    // Numbers or names that run over the edge of a field must not be cut in two unnoticed.
     count_ = 0;
     int past = 0;  // what lies between the fields must be blank
     for (const Span& span : kSpans) {

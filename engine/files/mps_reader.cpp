@@ -83,6 +83,7 @@ void MpsReader::start_section(Section section) {
     section_ = section;
     const size_t number = static_cast<size_t>(section);
     if (seen_.size() <= number) seen_.resize(number + 1);
+    // These come once for each row.
     const bool repeats = section == Section::kQsection || section == Section::kQcmatrix;
     if (seen_[number] != 0 && !repeats) {
         source_.fail_at(lines_.begin(), "a second %s section", std::string(lines_[0]).c_str());
@@ -230,6 +231,7 @@ void MpsReader::columns_line() {
     if (count != 3 && count != 5) {
         fail_fields("a column and one or two pairs of row and number");
     }
+    // Lines of one column stand together: comparing with the last name saves most look-ups.
     const int cols = draft_.cols.size();
     if (cols == 0 || draft_.cols.name(cols - 1) != lines_[0]) start_column(lines_[0]);
     coefficient(lines_[1], lines_[2]);
@@ -318,6 +320,7 @@ void MpsReader::ranges_line() {
 }
 
 void MpsReader::apply_ranges() {
+    // L rows reach down from the right-hand side, G rows up; for E rows the sign decides.
     for (size_t row = 0; row < ranges_.size(); ++row) {
         if (range_where_[row] == nullptr) continue;
         char& type = draft_.rowtype[row];
@@ -339,6 +342,8 @@ void MpsReader::apply_ranges() {
 }
 
 void MpsReader::settle_bounds() {
+    // Most programs read integer columns without bounds as binary, and a negative upper bound
+    // alone as a column without lower bound; so do we.
     for (int col = 0; col < draft_.cols.size(); ++col) {
         const unsigned char marks = draft_.marks[col];
         if ((marks & Draft::kAnyBound) == 0) {
@@ -361,6 +366,7 @@ void MpsReader::check_vector(std::string_view& known, std::string_view name) {
 }
 
 int MpsReader::find_row(std::string_view name) const {
+    // The objective takes a place among the names, but is no row of the model.
     const int at = rows_.find(name);
     if (at < 0) source_.fail_at(lines_.begin(), "unknown row %s", quote(name).c_str());
     if (at == objective_) return kObjective;

@@ -50,9 +50,10 @@ class MpsReader {
     };
     static constexpr int kObjective = -1;
 
-    // mps_reader.cpp
+    // mps_reader.cpp. Functions named after a section take one data line of it.
     void header();
     void start_section(Section section);
+    // What can be done only when all lines of a section are known.
     void end_section();
     void data();
     void rows_line();
@@ -64,9 +65,11 @@ class MpsReader {
     void rhs_line();
     void ranges_line();
     void objsense(std::string_view word);
+    // A range tells both ends of a row only together with its right-hand side, which may come
+    // later in the file; likewise the format's default bounds with what all lines say.
     void apply_ranges();
     void settle_bounds();
-    // Skips the name of a right-hand side, range or bound set; all lines must name the same.
+    // Takes the name of a right-hand side, range or bound set; all lines must name the same.
     void check_vector(std::string_view& known, std::string_view name);
     int find_row(std::string_view name) const;  // kObjective or a row; fails when unknown
     int find_col(std::string_view name) const;
@@ -77,6 +80,7 @@ class MpsReader {
     // mps_bounds.cpp
     void bounds_line();
     void apply_bound(std::string_view kind, int col, double value);
+    // Only marked integer columns may get a second type, and then a more special one.
     void set_type(int col, char type);
 
     // mps_extras.cpp
@@ -86,7 +90,6 @@ class MpsReader {
     void sos_line();
     bool is_set_header() const;
     void set_header(char type);
-    static bool is_weight(std::string_view field);
     void indicators_line();
 
     const Source& source_;

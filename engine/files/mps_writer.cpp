@@ -5,7 +5,7 @@
 #include "files/number.hpp"
 #include "files/text.hpp"
 #include "files/transpose.hpp"
-#include "files/written_names.hpp"
+#include "files/writing.hpp"
 #include "nlra.h"
 #include "store/error.hpp"
 
@@ -13,6 +13,7 @@ namespace nlra {
 
 namespace {
 
+// A row called 'MARKER' would turn a column's lines into markers.
 bool valid_free(std::string_view name) {
     for (char c : name) {
         if (is_blank(c)) return false;
@@ -35,7 +36,7 @@ class MpsWriter {
           objective_(rows_.free_name("OBJ")) {}
 
     void write() {
-        check_problem_name(model_.name, out_);
+        check_writable(model_, cols_, out_);
         out_.put("NAME          ");
         out_.put(model_.name);
         out_.put(model_.sense < 0.0 ? "\nOBJSENSE\n    MAX\n" : "\n");
@@ -96,13 +97,6 @@ class MpsWriter {
              quote(first).c_str(), quote(second).c_str(), what);
     }
 
-    // A binary column whose bounds were widened since is an integer column.
-    char type_of(int col) const {
-        const char type = model_.coltype[col];
-        const bool widened = type == 'B' && (model_.lower[col] < 0.0 || model_.upper[col] > 1.0);
-        return widened ? 'I' : type;
-    }
-
     void rows() {
         out_.put("ROWS\n N  ");
         out_.put(objective_);
@@ -122,12 +116,13 @@ class MpsWriter {
                                             model_.matrix.value(), model_.cols());
         bool in_marker = false;
         for (int col = 0; col < model_.cols(); ++col) {
-            const char type = type_of(col);
+            const char type = written_type(model_, col);
             const bool integer = type == 'I' || type == 'B';
             if (integer != in_marker) marker(integer);
             in_marker = integer;
             const int64_t begin = matrix.start[col];
             const int64_t end = matrix.start[col + 1];
+            // A column without coefficients needs a line to exist.
             if (model_.obj[col] != 0.0 || begin == end) {
                 finite_record("", cols_[col], objective_, model_.obj[col]);
             }
@@ -151,6 +146,7 @@ class MpsWriter {
         }
     }
 
+    // R rows are L rows with a range: that keeps right-hand side and range as they are.
     void ranges() {
         bool any = false;
         for (int row = 0; row < model_.rows(); ++row) {
@@ -171,7 +167,7 @@ class MpsWriter {
     }
 
     void bounds(int col) {
-        const char type = type_of(col);
+        const char type = written_type(model_, col);
         switch (type) {
             case 'B':
                 bound_line("BV", col);
@@ -203,6 +199,8 @@ class MpsWriter {
         }
     }
 
+    // The lower bound stands for the smallest non-zero value, as everywhere, unless the column has
+    // both, or a negative upper bound, which would change the lower one.
     void semi_bounds(int col, std::string_view kind) {
         const double lower = model_.lower[col];
         const double upper = model_.upper[col];

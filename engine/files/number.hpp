@@ -16,6 +16,11 @@ const char* scan_number(const char* begin, const char* end, double& value);
 // "inf" or "infinity" in any case, which give +-kInfinity.
 NumberStatus parse_number(std::string_view field, double& value);
 
+inline bool is_number(std::string_view field) {
+    double value;
+    return parse_number(field, value) == NumberStatus::kOk;
+}
+
 // Text of a number at `out` (32 bytes are enough); returns the position behind it.
 char* format_number(char* out, double value);
 

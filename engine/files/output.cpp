@@ -25,6 +25,7 @@ FileOutput::FileOutput(const std::string& filename, bool compressed)
         fail(NLRA_ERROR_FILE, "%s: is a directory", filename.c_str());
     }
     if (present && !S_ISREG(status.st_mode)) {
+        // A device or pipe: renaming a file over it would destroy it.
         descriptor_ = ::open(filename.c_str(), O_WRONLY | O_CLOEXEC);
         if (descriptor_ < 0) fail_errno("cannot write");
     } else {
@@ -57,9 +58,13 @@ void FileOutput::open_temporary(const struct stat* present) {
         const std::unique_ptr<char, decltype(&std::free)> owner(resolved, &std::free);
         target_ = resolved;
     }
+    // In the same folder, since a rename works only within a file system. Several threads may
+    // write at once, and other processes too.
     static std::atomic<unsigned> counter{0};
+    const std::string folder = target_.substr(0, target_.rfind('/') + 1);
     do {
-        temporary_ = target_ + '.' + std::to_string(::getpid()) + '.' + std::to_string(++counter);
+        temporary_ = folder + "nalora-" + std::to_string(::getpid()) + '-' +
+                     std::to_string(++counter) + ".tmp";
         descriptor_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     } while (descriptor_ < 0 && errno == EEXIST);
     if (descriptor_ < 0) fail_errno("cannot write");

@@ -68,6 +68,7 @@ Source::Source(std::string filename, Buffer buffer, size_t size)
       end_(begin_ + size) {
     buffer_.get()[size] = '\n';
     if (size >= 3 && std::memcmp(begin_, "\xef\xbb\xbf", 3) == 0) begin_ += 3;
+    // Compressed by something else, UTF-16, a program: say so instead of a puzzling line error.
     const void* nul = std::memchr(begin_, 0, end_ - begin_);
     if (nul != nullptr) fail_at(static_cast<const char*>(nul), "NUL byte: this is not a text file");
 }
@@ -115,6 +116,7 @@ Source Source::load(const std::string& filename) {
     };
     read_all(read_plain);
     if (is_gzip(buffer.get(), size)) {
+        // zlib reads from the file itself, from its beginning.
         if (::lseek(file.value, 0, SEEK_SET) != 0) {
             fail(NLRA_ERROR_FILE, "%s: a compressed model must be a regular file",
                  filename.c_str());

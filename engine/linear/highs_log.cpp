@@ -25,9 +25,9 @@ constexpr std::string_view kProgress[] = {"Presolve reductions",
                                           "Model after restart",
                                           "Interior point solve",
                                           "Running crossover",
-                                          "MIP start",
-                                          "Attempting to find feasible",
-                                          "Assessing feasibility"};
+                                          "MIP start"};
+// A solve within the solve: one that completes a start comes before the real one.
+constexpr std::string_view kBeginnings[] = {"Presolving model", "LP has", "MIP has"};
 constexpr std::string_view kHeadings[] = {"Iteration ", "Iter ", "Nodes  ", "Src  Proc."};
 constexpr std::string_view kReports[] = {"Model status  ", "Solving report"};
 
@@ -38,6 +38,7 @@ bool is_row(std::string_view line) {
         line.remove_prefix(1);
         line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
     }
+    if (line.find(" / ") != std::string_view::npos) return false;  // figures of a report
     return !line.empty() && std::isdigit(static_cast<unsigned char>(line[0]));
 }
 
@@ -48,6 +49,7 @@ int LogFilter::level(std::string_view line) {
     if (first == std::string_view::npos) return 0;
     const std::string_view text = line.substr(first);
     if (starts_with_any(text, kNever)) return 0;
+    if (starts_with_any(text, kBeginnings)) in_report_ = in_table_ = false;
     if (starts_with_any(text, kReports)) in_report_ = true;
     if (in_report_) return 2;
     if (starts_with_any(text, kHeadings)) {

@@ -119,7 +119,9 @@ RunEnd HighsSession::run(const HighsSettings& settings, bool on_worker, Monitor&
         try {
             run_on_worker([self] { self->execute(); });
         } catch (const std::system_error&) {
-            on_worker = false;  // no thread to be had: stops are served late, but the solve works
+            // No thread to be had: stops are served late, but the solve works.
+            on_worker = false;
+            set("threads", settings_.threads, 1);
         }
     }
     if (on_worker) {
@@ -196,6 +198,7 @@ bool HighsSession::stop_requested() {
 // On the thread of the run, within HiGHS: nothing may be thrown from here.
 void HighsSession::callback(int type, const std::string& message, const HighsCallbackOutput* out,
                             HighsCallbackInput* in) {
+    bool interrupt = stop_.load(std::memory_order_relaxed);
     try {
         switch (type) {
             case kCallbackLogging:
@@ -203,27 +206,15 @@ void HighsSession::callback(int type, const std::string& message, const HighsCal
                 break;
             case kCallbackSimplexInterrupt:
             case kCallbackIpmInterrupt:
-                if (stop_requested()) in->user_interrupt = true;
+                interrupt = stop_requested();
                 break;
-            case kCallbackMipInterrupt: {
-                {
-                    std::lock_guard<std::mutex> lock(mutex_);
-                    shared_progress_.bound = out->mip_dual_bound;
-                    shared_progress_.has_bound = true;
-                    shared_progress_.nodes = out->mip_node_count;
-                    shared_progress_.iterations = out->mip_total_lp_iterations;
-                    if (out->mip_total_lp_iterations >= settings_.iteration_limit) {
-                        iteration_limit_hit_ = true;
-                        in->user_interrupt = true;
-                    }
-                }
-                if (stop_requested()) in->user_interrupt = true;
+            case kCallbackMipInterrupt:
+                note_progress(*out);
+                interrupt = stop_requested() || iteration_limit_hit_;
                 break;
-            }
             case kCallbackMipImprovingSolution: {
                 std::lock_guard<std::mutex> lock(mutex_);
                 shared_progress_.has_solution = true;
-                shared_progress_.objective = out->objective_function_value;
                 shared_progress_.x = out->mip_solution;
                 ++shared_progress_.improvements;
                 break;
@@ -234,8 +225,19 @@ void HighsSession::callback(int type, const std::string& message, const HighsCal
     } catch (...) {
         std::lock_guard<std::mutex> lock(mutex_);
         if (!failure_) failure_ = std::current_exception();
-        stop_ = true;
+        stop_ = interrupt = true;
     }
+    // HiGHS never takes an interrupt back by itself, not even for the next run.
+    if (in != nullptr) in->user_interrupt = interrupt;
+}
+
+void HighsSession::note_progress(const HighsCallbackOutput& out) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    shared_progress_.bound = out.mip_dual_bound;
+    shared_progress_.has_bound = true;
+    shared_progress_.nodes = out.mip_node_count;
+    shared_progress_.iterations = out.mip_total_lp_iterations;
+    iteration_limit_hit_ = out.mip_total_lp_iterations >= settings_.iteration_limit;
 }
 
 // HiGHS sends pieces of lines as well as several lines at once.
@@ -248,7 +250,8 @@ void HighsSession::take_message(const std::string& message, HighsLogType type) {
     size_t begin = 0;
     for (size_t end; (end = partial_line_.find('\n', begin)) != std::string::npos;
          begin = end + 1) {
-        const std::string_view line(partial_line_.data() + begin, end - begin);
+        std::string_view line(partial_line_.data() + begin, end - begin);
+        while (!line.empty() && line.back() == ' ') line.remove_suffix(1);
         const int level = message_type == NLRA_MSG_INFO ? log_filter_.level(line) : warning_level;
         if (level == 0 || level > settings_.log_level) continue;
         emit({std::string(line), level, message_type});

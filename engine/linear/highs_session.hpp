@@ -47,7 +47,6 @@ struct HighsSettings {
 // What is known of a mixed integer run while it is under way, in the model's own space.
 struct MipProgress {
     bool has_solution = false;
-    double objective = 0.0;
     std::vector<double> x;
     int improvements = 0;
     double bound = 0.0;
@@ -91,6 +90,7 @@ class HighsSession : public std::enable_shared_from_this<HighsSession> {
     bool wait_for_worker(Monitor& monitor);
     void callback(int type, const std::string& message, const HighsCallbackOutput* out,
                   HighsCallbackInput* in);
+    void note_progress(const HighsCallbackOutput& out);
     void take_message(const std::string& message, HighsLogType type);
     void emit(LogLine line);
     bool stop_requested();

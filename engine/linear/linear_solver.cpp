@@ -147,7 +147,8 @@ void read_mip_solution(const Model& model, const std::vector<double>& x, Solutio
     evaluate(model, solution);
 }
 
-void give_start(Highs& highs, const std::vector<double>& start) {
+// False when HiGHS will first solve a restricted problem to complete the start.
+bool give_start(Highs& highs, const std::vector<double>& start) {
     std::vector<HighsInt> index;
     std::vector<double> value;
     for (size_t j = 0; j < start.size(); ++j) {
@@ -155,15 +156,16 @@ void give_start(Highs& highs, const std::vector<double>& start) {
         index.push_back(static_cast<HighsInt>(j));
         value.push_back(start[j]);
     }
-    if (index.empty()) return;
-    if (index.size() == start.size()) {
-        HighsSolution solution;
-        solution.col_value = std::move(value);
-        solution.value_valid = true;
-        highs.setSolution(solution);
-    } else {
+    if (index.empty()) return true;
+    if (index.size() < start.size()) {
         highs.setSolution(static_cast<HighsInt>(index.size()), index.data(), value.data());
+        return false;
     }
+    HighsSolution solution;
+    solution.col_value = std::move(value);
+    solution.value_valid = true;
+    highs.setSolution(solution);
+    return true;
 }
 
 // HiGHS lets a solution attain the cutoff.
@@ -316,7 +318,8 @@ MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& param
     Highs& highs = open(model);
     const HighsSettings settings = mip_settings(params, model.sense, monitor);
     highs.clearSolver();
-    if (!start.empty()) give_start(highs, start);
+    // The bounds of a restricted problem must not be taken for the problem's own.
+    const bool own_bounds = give_start(highs, start);
 
     const RunEnd end = session->run(settings, true, monitor);
     const MipProgress& progress = session->progress();
@@ -327,7 +330,7 @@ MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& param
     outcome.improvements = progress.improvements;
     outcome.nodes = progress.nodes;
     outcome.iterations = progress.iterations;
-    outcome.bound = progress.has_bound ? to_boundary(progress.bound) : no_bound;
+    outcome.bound = progress.has_bound && own_bounds ? to_boundary(progress.bound) : no_bound;
     bool found = progress.has_solution;
     if (abandoned) {
         if (found) read_mip_solution(model, progress.x, outcome.solution);
@@ -371,7 +374,7 @@ MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& param
                 fail(NLRA_ERROR_SOLVER, "the mixed integer solver stopped without a result (%s)",
                      highs.modelStatusToString(status).c_str());
             }
-            if (session->iteration_limit_hit()) outcome.stop = NLRA_STOP_ITERLIMIT;
+            if (!abandoned && session->iteration_limit_hit()) outcome.stop = NLRA_STOP_ITERLIMIT;
             if (outcome.stop == NLRA_STOP_SOLLIMIT &&
                 outcome.improvements < settings.solution_limit) {
                 outcome.stop = NLRA_STOP_NODELIMIT;
@@ -390,7 +393,9 @@ void update_gap(double sense, MipOutcome& outcome) {
     // A bound on the wrong side of a solution is noise.
     if (sense * outcome.bound > sense * objective) outcome.bound = objective;
     outcome.gap = relative_gap(objective, outcome.bound);
-    if (outcome.status == NLRA_MIP_OPTIMAL && outcome.gap > 1e-9) outcome.stop = NLRA_STOP_MIPGAP;
+    if (outcome.status == NLRA_MIP_OPTIMAL) {
+        outcome.stop = outcome.gap > 1e-9 ? NLRA_STOP_MIPGAP : NLRA_STOP_NONE;
+    }
 }
 
 LinearSolver::LinearSolver() : impl_(std::make_unique<Impl>()) {}

@@ -44,6 +44,11 @@ LpOutcome solve_convex_quadratic(const Model& model, const Params& params, Monit
     QpRun run{monitor, params.get_double(kFeasTol), params.get_double(kOptTol),
               static_cast<long>(params.get_int(kIterLimit))};
     LpOutcome outcome;
+    if (monitor.should_stop()) {
+        outcome.status = NLRA_LP_UNFINISHED;
+        outcome.stop = monitor.reason();
+        return outcome;
+    }
     const ReducedProgram reduced = reduce(model, run.feasibility_tolerance);
     if (!reduced.infeasible.empty()) {
         monitor.log(1, "Infeasible: %s", reduced.infeasible.c_str());

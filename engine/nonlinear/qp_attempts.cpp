@@ -78,14 +78,24 @@ bool elastic_attempt(const QuadraticProgram& program, const double* start, QpRun
 }
 
 // Rows that leave no room around a feasible point can have no duals: x^2 <= 0, minimize x. Such a
-// program is solved with its bounds moved out by part of the feasibility tolerance.
-bool shifted_attempt(const QuadraticProgram& program, const double* start, QpRun& run,
+// program is solved with its inequalities moved out by part of the feasibility tolerance.
+bool shifted_attempt(const QuadraticProgram& program, double share, const double* start, QpRun& run,
                      int log_level, PrimalDual& point) {
+    QuadraticProgram shifted = program;
+    for (int i = 0; i < program.rows; ++i) {
+        double& low = shifted.row_lower[i];
+        double& high = shifted.row_upper[i];
+        if (low == high) continue;
+        const double shift = share * run.feasibility_tolerance;
+        if (low > -kInfinity) low -= shift * std::max(1.0, std::fabs(low));
+        if (high < kInfinity) high += shift * std::max(1.0, std::fabs(high));
+    }
     NlpOptions options;
-    options.bound_relaxation = 0.5 * run.feasibility_tolerance;
     options.tolerance = 1e-9;
-    point = solve_interior(program, options, start, run, log_level).point;
-    return !run.over() && run.accepts(measure(program, point, true));
+    options.bound_relaxation = 0.0;
+    options.max_iterations = 500;
+    return attempt(shifted, options, start, run, log_level, point) &&
+           run.accepts(measure(program, point, true));
 }
 
 }  // namespace
@@ -116,7 +126,10 @@ bool find_optimum(const QuadraticProgram& program, Attempts attempts, const doub
         options = NlpOptions();
         options.initial_barrier = 1e3;
         if (!run.over() && attempt(program, options, start, run, log_level, point)) return true;
-        if (!run.over() && shifted_attempt(program, start, run, log_level, point)) return true;
+        for (const double share : {0.01, 0.5}) {
+            if (run.over()) return false;
+            if (shifted_attempt(program, share, start, run, log_level, point)) return true;
+        }
     }
     return !run.over() && equations > 0 && elastic_attempt(program, start, run, log_level, point);
 }

@@ -216,6 +216,8 @@ InteriorResult solve_interior(const QuadraticProgram& program, NlpOptions option
         program, options, start != nullptr ? start : origin.data(), reporter, result.point.x);
     if (!nlp) {
         result.status = NlpStatus::kStopped;
+        result.point.y.assign(program.rows, 0.0);
+        if (!result.point.x.empty()) project(program, result.point);
         return result;
     }
     if (nlp->status == NlpStatus::kIterationLimit && limited) run.exhausted = true;

@@ -29,8 +29,7 @@ struct QpRun {
 
 struct InteriorResult {
     NlpStatus status = NlpStatus::kFailed;
-    PrimalDual
-        point;  // projected; after a stop the last iterate, without duals if it was cut short
+    PrimalDual point;  // projected; after a stop the last iterate, or empty
     std::vector<double> lower_multipliers, upper_multipliers;
 };
 

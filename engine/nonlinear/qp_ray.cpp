@@ -14,7 +14,7 @@ namespace nlra {
 
 namespace {
 
-constexpr double kPenalty = 1e4;    // of curvature along the direction
+constexpr double kPenalty = 1e6;    // of curvature along the direction
 constexpr double kZero = 1e-5;      // below this a component of an approximate direction is zero
 constexpr double kExact = 1e-9;     // what the projected direction may violate
 constexpr double kProgress = 1e-6;  // least relative gain
@@ -27,7 +27,7 @@ class RaySearch {
   private:
     bool solve(bool improving, std::vector<double>& direction);
     void build(bool improving);
-    bool project(std::vector<double>& direction) const;
+    bool project(std::vector<double>& direction, bool improving) const;
     bool is_recession(const std::vector<double>& direction) const;
     double cost_along(const std::vector<double>& direction) const;
     bool drop_loose(const std::vector<double>& direction);
@@ -171,8 +171,8 @@ void RaySearch::for_each_curvature(const std::vector<double>& direction,
 }
 
 // The nearest direction that satisfies exactly what the given one satisfies nearly, scaled to a
-// largest component of one.
-bool RaySearch::project(std::vector<double>& direction) const {
+// largest component of one; one that is not improving costs nothing.
+bool RaySearch::project(std::vector<double>& direction, bool improving) const {
     const int n = program_.columns;
     std::vector<SymmetricEntry> entries;
     for (int j = 0; j < n; ++j) entries.push_back({j, j, 1.0});
@@ -189,6 +189,13 @@ bool RaySearch::project(std::vector<double>& direction) const {
         if (!keeps_row_[i] || std::fabs(row_along(i, direction)) >= kZero) continue;
         for (int64_t k = program_.start[i]; k < program_.start[i + 1]; ++k) {
             entries.push_back({unknowns, program_.index[k], program_.value[k] / norms_[i]});
+        }
+        ++unknowns;
+    }
+    if (!improving) {
+        for (int j = 0; j < n; ++j) {
+            if (program_.cost[j] == 0.0) continue;
+            entries.push_back({unknowns, j, program_.cost[j] / cost_norm_});
         }
         ++unknowns;
     }
@@ -234,16 +241,11 @@ bool RaySearch::is_recession(const std::vector<double>& direction) const {
     return worst <= kExact;
 }
 
-// Relative to the largest of its parts.
+// Relative to the largest cost: the gain must stand out from what the direction may violate.
 double RaySearch::cost_along(const std::vector<double>& direction) const {
     double sum = 0.0;
-    double largest = 0.0;
-    for (int j = 0; j < program_.columns; ++j) {
-        const double part = program_.cost[j] * direction[j];
-        sum += part;
-        largest = std::max(largest, std::fabs(part));
-    }
-    return largest > 0.0 ? sum / largest : 0.0;
+    for (int j = 0; j < program_.columns; ++j) sum += program_.cost[j] * direction[j];
+    return sum / cost_norm_;
 }
 
 bool RaySearch::solve(bool improving, std::vector<double>& direction) {
@@ -258,7 +260,7 @@ bool RaySearch::solve(bool improving, std::vector<double>& direction) {
     for (int j = 0; j < program_.columns; ++j) {
         if (local_[j] >= 0) direction[j] = point.x[local_[j]];
     }
-    return project(direction) && is_recession(direction);
+    return project(direction, improving) && is_recession(direction);
 }
 
 // Leave out what the direction satisfies ever better.

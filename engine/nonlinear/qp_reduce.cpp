@@ -229,58 +229,40 @@ ReducedProgram reduce(const Model& model, double tolerance) {
 Solution expand(const Model& model, const ReducedProgram& reduced, const PrimalDual& point,
                 bool with_duals) {
     Solution solution;
-    solution.present = true;
-    solution.has_duals = with_duals;
     solution.x = reduced.x;
     for (size_t j = 0; j < reduced.columns.size(); ++j) {
-        // Bounds may be crossed by less than the tolerance; elsewhere the program's hold.
-        solution.x[reduced.columns[j]] = point.x[j];
+        solution.x[reduced.columns[j]] = point.x[j] + 0.0;  // no negative zeros
     }
-    const std::vector<double>& x = solution.x;
-
-    solution.objective = model.constant;
-    for (int j = 0; j < model.cols(); ++j) solution.objective += model.obj[j] * x[j];
-    for (const QuadTerm& term : model.qobj) {
-        solution.objective += term.value * x[term.col1] * x[term.col2];
-    }
-    const auto& start = model.matrix.start();
-    const auto& index = model.matrix.index();
-    const auto& value = model.matrix.value();
-    solution.slack = model.rhs;
-    for (int i = 0; i < model.rows(); ++i) {
-        double activity = 0.0;
-        for (int64_t k = start[i]; k < start[i + 1]; ++k) activity += value[k] * x[index[k]];
-        solution.slack[i] -= activity;
-    }
-    for (const auto& [row, terms] : model.qrows) {
-        for (const QuadTerm& term : terms) {
-            solution.slack[row] -= term.value * x[term.col1] * x[term.col2];
-        }
-    }
+    evaluate(model, solution);
     if (!with_duals) return solution;
 
+    solution.has_duals = true;
     solution.dual.assign(model.rows(), 0.0);
     for (size_t i = 0; i < reduced.rows.size(); ++i) {
-        solution.dual[reduced.rows[i]] = model.sense * point.y[i];
+        solution.dual[reduced.rows[i]] = model.sense * point.y[i] + 0.0;
     }
-    solution.dj = model.obj;
+    const std::vector<double>& x = solution.x;
+    std::vector<double>& dj = solution.dj;
+    dj = model.obj;
     const auto add_gradient = [&](const std::vector<QuadTerm>& terms, double factor) {
         for (const QuadTerm& term : terms) {
-            solution.dj[term.col1] += factor * term.value * x[term.col2];
-            solution.dj[term.col2] += factor * term.value * x[term.col1];
+            dj[term.col1] += factor * term.value * x[term.col2];
+            dj[term.col2] += factor * term.value * x[term.col1];
         }
     };
     add_gradient(model.qobj, 1.0);
+    const auto& start = model.matrix.start();
+    const auto& index = model.matrix.index();
+    const auto& value = model.matrix.value();
     for (int i = 0; i < model.rows(); ++i) {
         const double dual = solution.dual[i];
         if (dual == 0.0) continue;
-        for (int64_t k = start[i]; k < start[i + 1]; ++k) {
-            solution.dj[index[k]] -= dual * value[k];
-        }
+        for (int64_t k = start[i]; k < start[i + 1]; ++k) dj[index[k]] -= dual * value[k];
     }
     for (const auto& [row, terms] : model.qrows) {
         if (solution.dual[row] != 0.0) add_gradient(terms, -solution.dual[row]);
     }
+    for (double& entry : dj) entry += 0.0;
     return solution;
 }
 

@@ -38,21 +38,27 @@ bool is_feasible(const Model& model, const Reformulation* reformulation, const P
 }  // namespace
 
 StartPoint choose_start(const Model& model, const Reformulation* reformulation,
-                        const Params& params, std::vector<StartPoint> points) {
-    int best = -1;
+                        const Params& params, std::vector<StartPoint> points,
+                        StartPoint incumbent) {
+    const size_t given = points.size();
+    if (incumbent.size() == static_cast<size_t>(model.cols())) {
+        points.push_back(std::move(incumbent));
+    }
+    size_t best = points.size();
     double best_objective = 0.0;
     for (size_t k = 0; k < points.size(); ++k) {
         if (!is_complete(points[k])) continue;
         Solution solution;
         solution.x = points[k];
         evaluate(model, solution);
-        if (best >= 0 && model.sense * solution.objective >= best_objective) continue;
+        const double objective = model.sense * solution.objective;
+        if (best < points.size() && objective >= best_objective) continue;
         if (!is_feasible(model, reformulation, params, solution)) continue;
-        best = static_cast<int>(k);
-        best_objective = model.sense * solution.objective;
+        best = k;
+        best_objective = objective;
     }
-    if (best < 0) best = 0;
-    return points.empty() ? StartPoint() : std::move(points[best]);
+    if (best < points.size()) return std::move(points[best]);
+    return given > 0 ? std::move(points[0]) : StartPoint();
 }
 
 }  // namespace nlra

@@ -13,9 +13,10 @@ class Reformulation;
 // Values by column, NaN where unknown.
 using StartPoint = std::vector<double>;
 
-// The best feasible one of the points, else the first one, whose completion or repair the solver
-// may try, else an empty one. `reformulation` is null for a plain model.
+// The best feasible one of the points and the last incumbent, else the first of the points, whose
+// completion or repair the solver may try, else an empty one. `reformulation` is null for a plain
+// model.
 StartPoint choose_start(const Model& model, const Reformulation* reformulation,
-                        const Params& params, std::vector<StartPoint> points);
+                        const Params& params, std::vector<StartPoint> points, StartPoint incumbent);
 
 }  // namespace nlra

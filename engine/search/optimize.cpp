@@ -154,18 +154,19 @@ void solve_quadratic_mip(nlra_problem& problem, Monitor& monitor, const char* fl
     solve_continuous_as_mip(problem, monitor, flags);
 }
 
-std::vector<StartPoint> start_points(nlra_problem& problem) {
-    const size_t cols = static_cast<size_t>(problem.model.cols());
+StartPoint start_point(nlra_problem& problem, const Reformulation* reformulation) {
+    const Model& model = problem.model;
     std::vector<StartPoint> points;
     for (const MipStart& start : problem.mip_starts) {
-        StartPoint point(cols, std::numeric_limits<double>::quiet_NaN());
+        StartPoint point(static_cast<size_t>(model.cols()),
+                         std::numeric_limits<double>::quiet_NaN());
         for (size_t k = 0; k < start.cols.size(); ++k) point[start.cols[k]] = start.values[k];
         points.push_back(std::move(point));
     }
-    std::vector<double>& incumbent = linear_solver(problem).incumbent;
-    if (incumbent.size() == cols && cols > 0) points.push_back(std::move(incumbent));
-    incumbent.clear();
-    return points;
+    StartPoint incumbent = std::move(linear_solver(problem).incumbent);
+    linear_solver(problem).incumbent.clear();
+    return choose_start(model, reformulation, problem.controls, std::move(points),
+                        std::move(incumbent));
 }
 
 // The binaries hold up to a tolerance only, which times a wide bound may be too much: settle the
@@ -201,7 +202,7 @@ MipOutcome solve_reformulated(nlra_problem& problem, Monitor& monitor) {
     monitor.log(2, "Reformulated: %d rows, %d columns", reformulation.plain().rows(),
                 reformulation.plain().cols());
     Params params = problem.controls;
-    StartPoint start = choose_start(model, &reformulation, params, start_points(problem));
+    StartPoint start = start_point(problem, &reformulation);
     // The second time with the tightest tolerance, from the repaired solution of the first.
     for (bool again = false;; again = true) {
         LinearSolver solver;
@@ -246,8 +247,7 @@ void solve_linear_mip(nlra_problem& problem, Monitor& monitor) {
     const Model& model = problem.model;
     MipOutcome outcome;
     if (is_plain(model)) {
-        const StartPoint start =
-            choose_start(model, nullptr, problem.controls, start_points(problem));
+        const StartPoint start = start_point(problem, nullptr);
         outcome = linear_solver(problem).solve_mip(model, problem.controls, start, monitor);
     } else {
         outcome = solve_reformulated(problem, monitor);

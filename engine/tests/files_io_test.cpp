@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -16,8 +17,7 @@ namespace {
 class Folder {
   public:
     Folder() {
-        const char* base = std::getenv("TMPDIR");
-        path_ = std::string(base != nullptr ? base : "/tmp") + "/nalora_files.XXXXXX";
+        path_ = std::filesystem::temp_directory_path().string() + "/nalora_files.XXXXXX";
         if (::mkdtemp(path_.data()) == nullptr) throw check::Abort{};
     }
     ~Folder() {
@@ -172,4 +172,30 @@ TEST("files: replacing a file keeps links and rights") {
     CHECK(::stat((folder / "real").c_str(), &status) == 0 && (status.st_mode & 0777) == 0640);
     CHECK(difference(model, load(folder / "real")).empty());
     CHECK(folder.entries().size() == 2);
+}
+
+TEST("files: through the C functions, where a failed read leaves the problem as it was") {
+    const Folder folder;
+    store(folder / "bad.mps", "NAME\nROWS\n N o\n L o\n");
+    const std::string p0033 = NALORA_TEST_DATA "/p0033.mps";
+    REQUIRE(NLRAinit(nullptr) == 0);
+    NLRAprob prob = nullptr;
+    REQUIRE(NLRAcreateprob(&prob) == 0);
+    CHECK(NLRAreadprob(prob, p0033.c_str(), nullptr) == 0);
+    CHECK(NLRAreadprob(prob, (folder / "bad.mps").c_str(), "") == NLRA_ERROR_FILE);
+    char text[512];
+    int code = 0;
+    int bytes = 0;
+    CHECK(NLRAgetlasterror(prob, &code, text, sizeof(text), &bytes) == 0);
+    CHECK(has(text, "bad.mps:4: row 'o' occurs twice"));
+    int cols = 0;
+    CHECK(NLRAgetintattrib(prob, NLRA_COLS, &cols) == 0 && cols == 33);
+    CHECK(NLRAwriteprob(prob, (folder / "copy.lp.gz").c_str(), "") == 0);
+    CHECK(NLRAreadprob(prob, (folder / "copy").c_str(), "") == 0);
+    CHECK(NLRAmipoptimize(prob, "") == 0);
+    double objective = 0.0;
+    CHECK(NLRAgetdblattrib(prob, NLRA_MIPOBJVAL, &objective) == 0);
+    CHECK_NEAR(objective, 3089.0, 1e-6);
+    CHECK(NLRAdestroyprob(prob) == 0);
+    CHECK(NLRAfree() == 0);
 }

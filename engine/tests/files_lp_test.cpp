@@ -135,6 +135,7 @@ TEST("lp: errors tell file and line") {
     expect("General Constraints\n x = max(y)", 3, "cannot be read");
     expect("Partial-Integers\n x", 5, "a colon");
     expect("Thresholds\n x:1", 4, "not semi-continuous");
+    expect("Thresholds\n x:-1", 4, "at least 0");
     expect("Thresholds\n x:1 x:2", 4, "second threshold");
     expect("SOS\n s: S3:: x:1", 4, "S1 or S2");
     expect("SOS\n s: S1:: x:1 x:2", 4, "twice");

@@ -65,7 +65,7 @@ void RandomModel::columns(Model& model) {
         if (type == 'B') {
             model.set_bounds(col, chance(20) ? 1.0 : 0.0, chance(20) ? 0.0 : 1.0);
         } else if (type != 'C' && type != 'I' && chance(50)) {
-            model.set_limit(col, number());
+            model.set_limit(col, type == 'P' ? number() : std::fabs(number()));
         }
     }
     names(model.colnames, count, "x");

@@ -216,7 +216,8 @@ TEST("linear: degenerate shapes") {
     }
 }
 
-TEST("linear: bounds and sides that nothing can meet make a problem infeasible, and can be undone") {
+TEST(
+    "linear: bounds and sides that nothing can meet make a problem infeasible, and can be undone") {
     TestProblem test;
     test.col(1, 0, 10);
     test.col(1, 0, 10);

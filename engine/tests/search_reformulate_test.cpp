@@ -142,7 +142,11 @@ TEST("reformulate: violation measures what the binaries let pass") {
 
 TEST("reformulate: missing bounds are taken from rows, or the model is refused") {
     const auto build = [](TestProblem& test, int what) {
-        const int x = test.col(-1, 0, kInf, what == 0 ? 'S' : what == 1 ? 'P' : 'C', what < 2 ? 2 : 0);
+        const int x = test.col(-1, 0, kInf,
+                               what == 0   ? 'S'
+                               : what == 1 ? 'P'
+                                           : 'C',
+                               what < 2 ? 2 : 0);
         const int y = test.col(-1, 0, kInf);
         const int z = test.col(3.5, 0, 1, 'B');
         if (what == 2) test.set('1', {x, y}, {1, 2});
@@ -163,7 +167,8 @@ TEST("reformulate: missing bounds are taken from rows, or the model is refused")
         test.row({{x, 1}, {y, 1}}, 'L', 5);
         if (what > 2) test.model.set_bounds(y, 0, 0);
         REQUIRE(test.mip() == NLRA_MIP_OPTIMAL);
-        CHECK_NEAR(test.mip_objective(), what > 2 ? std::min(-1.0, -5 + 3.5) : expected[what], 1e-6);
+        CHECK_NEAR(test.mip_objective(), what > 2 ? std::min(-1.0, -5 + 3.5) : expected[what],
+                   1e-6);
     }
 }
 

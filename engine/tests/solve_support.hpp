@@ -81,9 +81,7 @@ struct Random {
     double real(double low, double high) {
         return std::uniform_real_distribution<double>(low, high)(engine);
     }
-    int integer(int low, int high) {
-        return std::uniform_int_distribution<int>(low, high)(engine);
-    }
+    int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(engine); }
     bool chance(double share) { return real(0.0, 1.0) < share; }
 };
 
@@ -120,7 +118,8 @@ inline void random_lp(TestProblem& test, Random& random, int rows, int cols, dou
     }
 }
 
-// Largest violation of the conditions that make an LP's solution optimal, from the model's own data.
+// Largest violation of the conditions that make an LP's solution optimal, from the model's own
+// data.
 inline double kkt_error(const nlra::Model& model, const nlra::Solution& solution) {
     double worst = 0.0;
     const auto require = [&](double error) { worst = std::max(worst, error); };

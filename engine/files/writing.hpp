@@ -1,4 +1,5 @@
-// The names of a model's rows, columns or sets as a format writes them, checked.
+// What the writers of both formats share: names and types as they are written, and what no format
+// can hold. Everything that is written must be readable again, so doubts are errors here.
 #pragma once
 
 #include <string>
@@ -10,6 +11,7 @@
 #include "files/text.hpp"
 #include "nlra.h"
 #include "store/error.hpp"
+#include "store/model.hpp"
 #include "store/names.hpp"
 
 namespace nlra {
@@ -63,12 +65,31 @@ class WrittenNames {
     NameTable table_;
 };
 
-// Lines cannot hold all problem names either. Throws when this one does not fit into a line.
-inline void check_problem_name(const std::string& name, const Output& output) {
-    for (char c : name) {
+// The type under which a column is written. A binary column whose bounds were widened since is an
+// integer column: as such it is solved, and readers hold binary columns to 0 and 1.
+inline char written_type(const Model& model, int col) {
+    const char type = model.coltype[col];
+    const bool widened = type == 'B' && (model.lower[col] < 0.0 || model.upper[col] > 1.0);
+    return widened ? 'I' : type;
+}
+
+// Throws for a problem name that does not fit into a line, and for indicator columns that are no
+// longer binary.
+inline void check_writable(const Model& model, const WrittenNames& cols, const Output& output) {
+    for (char c : model.name) {
         if (is_blank(c) && c != ' ') {
             fail(NLRA_ERROR_FILE, "%s: the problem name %s cannot be written",
-                 output.filename().c_str(), quote(name).c_str());
+                 output.filename().c_str(), quote(model.name).c_str());
+        }
+    }
+    for (const auto& [row, indicator] : model.indicators) {
+        const int col = indicator.col;
+        const char type = written_type(model, col);
+        const bool binary =
+            type == 'B' || (type == 'I' && model.lower[col] >= 0.0 && model.upper[col] <= 1.0);
+        if (!binary) {
+            fail(NLRA_ERROR_FILE, "%s: the indicator column %s of row %d is not binary",
+                 output.filename().c_str(), quote(cols[col]).c_str(), row + 1);
         }
     }
 }

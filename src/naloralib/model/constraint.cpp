@@ -1,0 +1,89 @@
+// Reading and writing constraints: descriptor word and side tables.
+#include <cstdio>
+
+#include "model/bound_word.hpp"
+#include "model/constraint_object.hpp"
+#include "model/names.hpp"
+#include "module/state.hpp"
+#include "support/boundary.hpp"
+#include "support/nested_release.hpp"
+
+namespace nalora {
+
+namespace {
+
+constexpr BoundField kLower{
+    57, true, -kInfinity, {-kInfinity, 0.0, 1.0}, &SideTables::constraint_lower};
+constexpr BoundField kUpper{
+    60, false, kInfinity, {kInfinity, 0.0, 1.0}, &SideTables::constraint_upper};
+constexpr uint64_t kNameFlag = uint64_t{1} << 63;
+constexpr uint64_t kAnyTable = kLower.flag() | kUpper.flag() | kNameFlag;
+
+}  // namespace
+
+double constraint_lower(const ConstraintObject* c) noexcept {
+    return read_bound(kLower, c->word, constraint_serial(c));
+}
+double constraint_upper(const ConstraintObject* c) noexcept {
+    return read_bound(kUpper, c->word, constraint_serial(c));
+}
+void constraint_set_lower(ConstraintObject* c, double bound) {
+    write_bound(kLower, c->word, constraint_serial(c), bound);
+}
+void constraint_set_upper(ConstraintObject* c, double bound) {
+    write_bound(kUpper, c->word, constraint_serial(c), bound);
+}
+
+Ref constraint_name(const ConstraintObject* c) {
+    if ((c->word & kNameFlag) == 0) {
+        char text[24];
+        std::snprintf(text, sizeof text, "R%llu",
+                      static_cast<unsigned long long>(constraint_serial(c)));
+        return take(PyUnicode_FromString(text));
+    }
+    PyObject* name = find_name(&SideTables::constraint_name, constraint_serial(c));
+    if (name == nullptr) raise(interface_error(), "Internal error in constraint name");
+    return Ref::borrow(name);
+}
+
+void constraint_append_name(const ConstraintObject* c, std::string& buffer,
+                            std::size_t max_bytes) {
+    if ((c->word & kNameFlag) == 0) {
+        return append_default_name('R', constraint_serial(c), buffer);
+    }
+    append_stored_name(constraint_name(c).get(), "constraint", buffer, max_bytes);
+}
+
+void constraint_set_name(ConstraintObject* c, PyObject* name) {
+    Ref old =
+        exchange_name(&SideTables::constraint_name, constraint_serial(c), Ref::borrow(name));
+    c->word |= kNameFlag;
+    release_nested(old.release());
+}
+
+Ref new_constraint() {
+    Ref object = ConstraintObjects::make();
+    auto* c = object.as<ConstraintObject>();
+    c->word = take_constraint_serial();
+    c->body = nullptr;
+    return object;
+}
+
+void constraint_renew_serial(ConstraintObject* c) {
+    const uint64_t old = constraint_serial(c);
+    const uint64_t serial = take_constraint_serial();
+    if ((c->word & kLower.flag()) != 0) move_number(kLower.table, old, serial);
+    if ((c->word & kUpper.flag()) != 0) move_number(kUpper.table, old, serial);
+    if ((c->word & kNameFlag) != 0) move_name(&SideTables::constraint_name, old, serial);
+    c->word = (c->word & ~kConstraintSerialMask) | serial;
+}
+
+void constraint_release_tables(ConstraintObject* c) noexcept {
+    if ((c->word & kAnyTable) == 0) return;
+    const uint64_t serial = constraint_serial(c);
+    if ((c->word & kLower.flag()) != 0) erase_number(kLower.table, serial);
+    if ((c->word & kUpper.flag()) != 0) erase_number(kUpper.table, serial);
+    if ((c->word & kNameFlag) != 0) erase_name(&SideTables::constraint_name, serial);
+}
+
+}  // namespace nalora

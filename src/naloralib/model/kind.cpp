@@ -1,0 +1,47 @@
+// Which objects are numbers, and what kind of operand an object is.
+#include "model/operands.hpp"
+#include "support/numpy.hpp"
+#include <numpy/arrayscalars.h>
+
+namespace nalora {
+
+bool is_array(PyObject* o) noexcept { return PyArray_Check(o); }
+
+bool is_number(PyObject* o) noexcept {
+    return PyFloat_Check(o) || PyLong_Check(o) || PyArray_IsScalar(o, Float) ||
+           PyArray_IsScalar(o, Int) || PyArray_IsScalar(o, Long) || PyArray_IsScalar(o, LongLong);
+    // NumPy's double precision scalar is a Python float.
+}
+
+double number_value(PyObject* o) {
+    if (PyFloat_Check(o)) return PyFloat_AS_DOUBLE(o);
+    if (PyLong_Check(o)) {
+        const double value = PyLong_AsDouble(o);
+        if (value == -1.0 && PyErr_Occurred() != nullptr) throw PythonError();
+        return value;
+    }
+    if (PyArray_IsScalar(o, Float)) return PyArrayScalar_VAL(o, Float);
+    if (PyArray_IsScalar(o, Int)) return PyArrayScalar_VAL(o, Int);
+    if (PyArray_IsScalar(o, Long)) return static_cast<double>(PyArrayScalar_VAL(o, Long));
+    return static_cast<double>(PyArrayScalar_VAL(o, LongLong));
+}
+
+Kind kind_of(PyObject* o) noexcept {
+    const auto is = [type = Py_TYPE(o)](PyTypeObject& base) {
+        return type == &base || PyType_IsSubtype(type, &base) != 0;
+    };
+    if (is(ExpressionType)) return Kind::expression;
+    if (is(LintermType)) return as_linterm(o)->var != nullptr ? Kind::linterm : Kind::invalid;
+    if (is(VarType)) return var_serial(as_var(o)) != 0 ? Kind::var : Kind::invalid;
+    if (is(NonlinearType)) return Kind::nonlinear;
+    if (is(QuadtermType)) return as_quadterm(o)->var1 != nullptr ? Kind::quadterm : Kind::invalid;
+    return is_number(o) ? Kind::number : Kind::invalid;
+}
+
+Kind require_kind(PyObject* o) {
+    const Kind kind = kind_of(o);
+    if (kind == Kind::invalid) raise(model_error(), "Invalid object in operation: <%S>", o);
+    return kind;
+}
+
+}  // namespace nalora

@@ -1,0 +1,25 @@
+// Values of modeling objects at a point: the object evaluator and the structured one.
+#pragma once
+
+#include <cstdint>
+
+#include "support/ref.hpp"
+
+namespace nalora {
+
+struct ProblemObject;
+
+struct EvaluationContext {
+    ProblemObject* problem = nullptr;  // null in dictionary mode without a problem
+    const double* values = nullptr;    // by column
+    int64_t count = 0;
+    PyObject* dictionary = nullptr;    // borrowed; set in dictionary mode
+    bool from_getsolution = false;     // then integers and names stand for columns
+};
+
+inline constexpr int kEvaluationDepth = 64;
+
+double evaluate_object(PyObject* object, const EvaluationContext& context, int depth);
+Ref evaluate_structured(PyObject* object, const EvaluationContext& context, int depth);
+
+}  // namespace nalora

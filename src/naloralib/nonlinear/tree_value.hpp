@@ -1,0 +1,15 @@
+// Values of nonlinear trees. For nonlinear/ only.
+#pragma once
+
+#include "nonlinear/evaluate.hpp"
+#include "nonlinear/node.hpp"
+
+namespace nalora {
+
+// Raise RuntimeError when no level is left.
+void require_depth(int depth);
+
+// `depth` is the node's own budget; its arguments get one level less.
+double tree_value(const NonlinearObject* node, const EvaluationContext& context, int depth);
+
+}  // namespace nalora

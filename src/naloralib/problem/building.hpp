@@ -1,0 +1,113 @@
+// What adding, deleting and reading objects share: the lists in step with the library, and the
+// taking back of what could not be finished. For the files of problem/ only.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "problem/problem.hpp"
+
+namespace nalora {
+
+// One kind of object of a problem: its list, its registry, its count in the library.
+struct Registry {
+    PyObject* ProblemObject::*list;
+    IndexMap* ProblemObject::*index;
+    int count_attribute;
+};
+extern const Registry kVariables, kConstraints, kSets;
+
+// Drop the items of one list that the library does not have; returns the library's count.
+int32_t sync_list(ProblemObject* p, const Registry& registry);
+
+// For calls that change the library: raises its error, but not what a callback left pending, so
+// that both sides stay in step. raise_pending() follows when they are.
+inline void check_change(int status, ProblemObject* p) {
+    if (status != 0) raise_library_error(as_object(p));
+}
+inline void raise_pending() {
+    if (PyErr_Occurred() != nullptr) throw PythonError();
+}
+
+// The Python side of one batch of new columns or rows while it is collected and loaded. Unless
+// commit() was reached everything registered is taken back; the list keeps its new items when the
+// collection failed (sync_list drops them later) and loses them when loading failed.
+//
+// The collection may run Python code that changes this very problem. Every such change drops the
+// batch's items from the list, which finish_collection() notices.
+class Addition {
+  public:
+    Addition(ProblemObject* p, const Registry& registry, std::vector<uint64_t>& serials);
+    ~Addition();
+    Addition(const Addition&) = delete;
+    Addition& operator=(const Addition&) = delete;
+
+    // Library index of the first object, and how many there are.
+    int32_t base() const noexcept { return base_; }
+    int32_t count() const noexcept { return static_cast<int32_t>(serials_.size()); }
+
+    bool is_registered(uint64_t serial) const noexcept {
+        return (problem_->*registry_.index)->contains(serial);
+    }
+    void append(PyObject* object);
+    void register_next(uint64_t serial);
+    // ModelError when the problem changed meanwhile. No Python code may run from here to commit().
+    void finish_collection();
+    void commit() {
+        serials_.clear();
+        raise_pending();
+    }
+
+  private:
+    ProblemObject* problem_;
+    const Registry& registry_;
+    std::vector<uint64_t>& serials_;
+    int32_t base_;
+    bool loading_ = false;
+};
+
+// A scratch buffer that is kept from call to call while it is small, so that adding objects one by
+// one allocates nothing. Nested calls get one of their own.
+template <class Batch>
+class Scratch {
+  public:
+    Scratch() : batch_(spare_ != nullptr ? std::exchange(spare_, nullptr) : new Batch) {}
+    ~Scratch() {
+        if (spare_ == nullptr && batch_->reset()) {
+            spare_ = batch_;
+        } else {
+            delete batch_;
+        }
+    }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    Batch* operator->() const noexcept { return batch_; }
+    Batch& operator*() const noexcept { return *batch_; }
+
+  private:
+    static inline Batch* spare_ = nullptr;  // guarded by the interpreter lock
+    Batch* batch_;
+};
+
+inline constexpr std::size_t kMaxNameBytes = 150;
+
+// One batch of several objects or nested collections; problem.hpp has the forms for one.
+void add_variables(ProblemObject* p, std::span<PyObject* const> objects);
+void add_constraints(ProblemObject* p, std::span<PyObject* const> objects);
+
+// addConstraint with the rows made indicators of columns[i] == (directions[i] == 1) afterwards.
+struct Indicator {
+    PyObject* constraint;
+    int32_t column;
+    int32_t direction;
+};
+void add_indicator_rows(ProblemObject* p, std::span<const Indicator> indicators);
+
+// Methods, bound in build_methods.cpp.
+Ref delete_objects(ProblemObject* p, const Registry& registry, PyObject* args, PyObject* keywords);
+Ref add_indicators(ProblemObject* p, PyObject* const* args, Py_ssize_t count);
+Ref read_problem(ProblemObject* p, PyObject* args, PyObject* keywords);
+Ref write_problem(ProblemObject* p, PyObject* args, PyObject* keywords);
+
+}  // namespace nalora

@@ -1,0 +1,142 @@
+// Deleting variables, constraints and sets: one routine over the matching list and registry.
+#include <algorithm>
+
+#include "mirror/convert.hpp"
+#include "module/state.hpp"
+#include "problem/building.hpp"
+#include "problem/walker.hpp"
+
+namespace nalora {
+
+namespace {
+
+bool is_of_kind(const Registry& registry, PyObject* object) noexcept {
+    if (&registry == &kVariables) return is_var(object);
+    if (&registry == &kConstraints) return is_constraint(object);
+    return is_sos(object);
+}
+
+Conv index_kind(const Registry& registry) noexcept {
+    if (&registry == &kVariables) return Conv::col;
+    return &registry == &kConstraints ? Conv::row : Conv::set;
+}
+
+// The objects to delete as ascending positions without repeats. They are all collected before the
+// first is resolved: walking may run Python code that changes the problem.
+std::vector<int32_t> resolve(ProblemObject* p, const Registry& registry, PyObject* objects) {
+    std::vector<Ref> leaves;
+    walk(objects, [&](PyObject* leaf) {
+        if (!is_of_kind(registry, leaf) && !is_integer(leaf)) {
+            raise(model_error(), "Cannot delete object: must be variable, constraint, or SOS");
+        }
+        leaves.push_back(Ref::borrow(leaf));
+    });
+    const int32_t count = sync_list(p, registry);
+    std::vector<int32_t> positions;
+    positions.reserve(leaves.size());
+    for (const Ref& leaf : leaves) {
+        const int64_t position = is_integer(leaf.get())
+                                     ? integer_value(leaf.get())
+                                     : conv_obj2index(leaf.get(), p, index_kind(registry));
+        if (position < 0 || position >= count) raise(model_error(), "Index out of bounds");
+        positions.push_back(static_cast<int32_t>(position));
+    }
+    std::sort(positions.begin(), positions.end());
+    positions.erase(std::unique(positions.begin(), positions.end()), positions.end());
+    return positions;
+}
+
+std::vector<int32_t> range(ProblemObject* p, const Registry& registry, int first, int last) {
+    const int32_t count = sync_list(p, registry);
+    if (first < 0 || last < 0) {
+        raise(model_error(),
+              "Parameters 'first' and 'last' must be both nonnegative when specified");
+    }
+    if (first >= count || last >= count) {
+        raise(model_error(), "Parameters 'first' or 'last' are out of range");
+    }
+    if (first > last) {
+        raise(model_error(), "Parameter 'first' must be less than, or equal to, 'last'");
+    }
+    std::vector<int32_t> positions(last - first + 1);
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+        positions[i] = first + static_cast<int32_t>(i);
+    }
+    return positions;
+}
+
+int delete_in_library(ProblemObject* p, const Registry& registry,
+                      const std::vector<int32_t>& positions) {
+    const auto count = static_cast<int>(positions.size());
+    if (&registry == &kVariables) return NLRAdelcols(p->prob, count, positions.data());
+    if (&registry == &kConstraints) return NLRAdelrows(p->prob, count, positions.data());
+    return NLRAdelsets(p->prob, count, positions.data());
+}
+
+// The new position of every old one, -1 for the deleted.
+std::vector<int32_t> renumbering(Py_ssize_t length, const std::vector<int32_t>& deleted) {
+    std::vector<int32_t> new_index(length);
+    auto next = deleted.begin();
+    int32_t kept = 0;
+    for (Py_ssize_t i = 0; i < length; ++i) {
+        if (next != deleted.end() && *next == i) {
+            new_index[i] = -1;
+            ++next;
+        } else {
+            new_index[i] = kept++;
+        }
+    }
+    return new_index;
+}
+
+// Move the kept items down, in their order, and the deleted ones, in any order, behind them.
+void compact(PyObject* list, const std::vector<int32_t>& new_index) noexcept {
+    PyObject** items = PySequence_Fast_ITEMS(list);
+    for (std::size_t i = 0; i < new_index.size(); ++i) {
+        if (new_index[i] >= 0) std::swap(items[new_index[i]], items[i]);
+    }
+}
+
+void delete_positions(ProblemObject* p, const Registry& registry,
+                      const std::vector<int32_t>& positions) {
+    if (positions.empty()) return;
+    const Ref list = Ref::borrow(p->*registry.list);
+    const std::vector<int32_t> new_index = renumbering(PyList_GET_SIZE(list.get()), positions);
+    check_change(delete_in_library(p, registry, positions), p);
+    compact(list.get(), new_index);
+    (p->*registry.index)->renumber(new_index);
+    // Last, because releasing the objects may run Python code.
+    const Py_ssize_t length = PyList_GET_SIZE(list.get());
+    check_python(PyList_SetSlice(list.get(), length - static_cast<Py_ssize_t>(positions.size()),
+                                 length, nullptr));
+    raise_pending();
+}
+
+}  // namespace
+
+Ref delete_objects(ProblemObject* p, const Registry& registry, PyObject* args, PyObject* keywords) {
+    static const char* names[] = {"index", "first", "last", nullptr};
+    PyObject* index = nullptr;
+    int first = -1, last = -1;
+    if (!PyArg_ParseTupleAndKeywords(args, keywords, "|Oii", const_cast<char**>(names), &index,
+                                     &first, &last)) {
+        throw PythonError();
+    }
+    if (index == Py_None) index = nullptr;
+    const bool has_range = first != -1 || last != -1;
+    if (index != nullptr && has_range) {
+        raise(model_error(),
+              "Parameters 'first' and 'last' cannot be specified if 'index' is also specified");
+    }
+    if (index == nullptr && !has_range) {
+        raise(model_error(), "At least one parameter must be specified");
+    }
+    // Python code that collects objects for this problem meanwhile must notice the change.
+    sync_lists(p);
+    delete_positions(
+        p, registry,
+        index != nullptr ? resolve(p, registry, index) : range(p, registry, first, last));
+    return none();
+}
+
+}  // namespace nalora

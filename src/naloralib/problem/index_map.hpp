@@ -1,0 +1,44 @@
+// Registry from an object's serial to its library index: pages of 512 indices, found by a
+// directory, so that a look-up costs nanoseconds and an entry four bytes. Plain C++.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace nalora {
+
+class IndexMap {
+  public:
+    // Index of a serial, -1 when it is not registered.
+    int32_t find(uint64_t serial) const noexcept {
+        const uint64_t page = serial / kPage - first_page_;
+        if (serial / kPage < first_page_ || page >= pages_.size() || !pages_[page]) return -1;
+        return pages_[page][serial % kPage] - 1;
+    }
+    bool contains(uint64_t serial) const noexcept { return find(serial) >= 0; }
+    void set(uint64_t serial, int32_t index);
+    void erase(uint64_t serial) noexcept;
+    void clear() noexcept;
+    // Index i becomes new_index[i]; entries that get -1 are removed. Every index must lie within
+    // new_index. Keys stay as they were inserted, whatever happened to the objects since.
+    void renumber(std::span<const int32_t> new_index) noexcept {
+        for (Page& page : pages_) {
+            if (!page) continue;
+            for (uint64_t i = 0; i < kPage; ++i) {
+                if (page[i] != 0) page[i] = new_index[page[i] - 1] + 1;
+            }
+        }
+    }
+    // Entries as they are, for copying a problem.
+    IndexMap copy() const;
+
+  private:
+    static constexpr uint64_t kPage = 512;
+    using Page = std::unique_ptr<int32_t[]>;  // index + 1, 0 for none
+    uint64_t first_page_ = 0;
+    std::vector<Page> pages_;
+};
+
+}  // namespace nalora

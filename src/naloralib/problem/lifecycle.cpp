@@ -1,0 +1,282 @@
+#include "problem/lifecycle.hpp"
+
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "module/state.hpp"
+#include "problem/controls.hpp"
+
+namespace nalora {
+
+namespace {
+
+constexpr PyObject* ProblemObject::*kLists[] = {&ProblemObject::variables,
+                                                &ProblemObject::constraints, &ProblemObject::sets};
+constexpr IndexMap* ProblemObject::*kMaps[] = {
+    &ProblemObject::variable_index, &ProblemObject::constraint_index, &ProblemObject::set_index};
+
+Ref allocate(PyTypeObject* type) {
+    Ref object = take(type->tp_alloc(type, 0));
+    ProblemObject* p = object.as<ProblemObject>();
+    p->transfer_row = -1;
+    p->transfer_column = -1;
+    // The module outlives its problems.
+    p->module = Ref::borrow(state().module).release();
+    return object;
+}
+
+// ---- containers -------------------------------------------------------------------------------
+
+struct Lists {
+    Ref list[3] = {take(PyList_New(0)), take(PyList_New(0)), take(PyList_New(0))};
+};
+
+void replace_lists(ProblemObject* p, Lists& lists) {
+    for (int i = 0; i < 3; ++i) assign_field(p->*kLists[i], std::move(lists.list[i]));
+}
+
+void clear_fields(ProblemObject* p) noexcept {
+    p->transfer_row = -1;
+    p->transfer_column = -1;
+    p->nonlinear_batches = 0;
+    p->nonlinear_objective = 0;
+    assign_field(p->user_functions, Ref());
+    for (PyObject*& slot : p->callbacks) assign_field(slot, Ref());
+}
+
+void clear_maps(ProblemObject* p) noexcept {
+    for (auto field : kMaps) {
+        if (p->*field != nullptr) (p->*field)->clear();
+    }
+}
+
+void make_maps(ProblemObject* p) {
+    for (auto field : kMaps) {
+        if (p->*field == nullptr) p->*field = new IndexMap;
+    }
+}
+
+// ---- library handles --------------------------------------------------------------------------
+
+void create_handles(ProblemObject* p) {
+    check_library(NLRAcreateprob(&p->prob), as_object(p));
+    if (nonlinear_available()) {
+        check_library(NSLPcreateprob(&p->nonlinear, p->prob), as_object(p));
+    }
+}
+
+// The library decides how many threads evaluate formulas.
+void set_nonlinear_threads(ProblemObject* p) {
+    if (p->nonlinear == nullptr) return;
+    check_library(NSLPsetintcontrol(p->nonlinear, NSLP_THREADS, 0), as_object(p));
+}
+
+void register_printers(ProblemObject* p) {
+    check_library(NLRAaddcbmessage(p->prob, problem_message_printer, nullptr, 1), as_object(p));
+    if (p->nonlinear == nullptr) return;
+    check_library(NSLPsetcbmessage(p->nonlinear, nonlinear_message_printer, nullptr), as_object(p));
+}
+
+void load_empty(ProblemObject* p, const char* name) {
+    check_library(NLRAloadlp(p->prob, name, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, nullptr, nullptr, nullptr, nullptr),
+                  as_object(p));
+}
+
+void destroy_handles(ProblemObject* p) {
+    if (p->nonlinear != nullptr) {
+        check_library(NSLPdestroyprob(p->nonlinear), as_object(p));
+        p->nonlinear = nullptr;
+    }
+    if (p->prob != nullptr) {
+        check_library(NLRAdestroyprob(p->prob), as_object(p));
+        p->prob = nullptr;
+    }
+}
+
+// Raise before anything is changed when the problem is being solved.
+void refuse_if_busy(ProblemObject* p) {
+    if (p->prob == nullptr) return;
+    check_library(NLRAchgbounds(p->prob, 0, nullptr, nullptr, nullptr), as_object(p));
+}
+
+// Take everything down but the record. Reports failures as unraisable; a handle that cannot be
+// destroyed is given up.
+void take_down(ProblemObject* p) noexcept {
+    // Another thread may be in the middle of starting or stopping the library.
+    { const std::lock_guard barrier(locks().env); }
+    detach_accessors(p);
+    if (p->prob != nullptr) NLRAremovecbmessage(p->prob, problem_message_printer, nullptr);
+    guarded_release(nullptr, [&] { destroy_handles(p); });
+    p->nonlinear = nullptr;
+    p->prob = nullptr;
+    clear_fields(p);
+    clear_maps(p);
+    assign_field(p->controls, Ref());
+    assign_field(p->attributes, Ref());
+    // Emptied, not dropped: a walk that is adding to this problem may still come back to them.
+    for (auto field : kLists) {
+        PyObject* list = p->*field;
+        if (list == nullptr) continue;
+        guarded_release(nullptr, [&] {
+            check_python(PyList_SetSlice(list, 0, PyList_GET_SIZE(list), nullptr));
+        });
+    }
+}
+
+// ---- initialisation ---------------------------------------------------------------------------
+
+struct Declaration {
+    const char* name = "noname";
+    long sense = 1;
+};
+
+Declaration parse(PyObject* kwargs) {
+    // The positional arguments are no keywords: a placeholder stands for them.
+    static const char* const keywords[] = {"elements", "name", "sense", nullptr};
+    const Ref placeholder = take(Py_BuildValue("(d)", 0.0));
+    Declaration declaration;
+    double ignored = 0.0;
+    if (!PyArg_ParseTupleAndKeywords(placeholder.get(), kwargs, "d|$sl",
+                                     const_cast<char**>(keywords), &ignored, &declaration.name,
+                                     &declaration.sense)) {
+        throw PythonError{};
+    }
+    if (declaration.sense != 1 && declaration.sense != -1) {
+        raise(model_error(), "Invalid optimization sense");
+    }
+    return declaration;
+}
+
+// Load an empty model in silence.
+void load_first(ProblemObject* p, const Declaration& declaration) {
+    int level = 0;
+    check_library(NLRAgetintcontrol(p->prob, NLRA_LOGLEVEL, &level), as_object(p));
+    check_library(NLRAsetintcontrol(p->prob, NLRA_LOGLEVEL, 0), as_object(p));
+    load_empty(p, declaration.name);
+    check_library(NLRAsetintcontrol(p->prob, NLRA_LOGLEVEL, level), as_object(p));
+    if (declaration.sense != 1) {
+        check_library(NLRAchgobjsense(p->prob, static_cast<int>(declaration.sense)), as_object(p));
+    }
+}
+
+void build(ProblemObject* p, const Declaration& declaration, PyObject* elements) {
+    Lists lists;
+    make_maps(p);
+    start_environment(false);
+    replace_lists(p, lists);
+    clear_fields(p);
+    create_handles(p);
+    set_nonlinear_threads(p);
+    load_first(p, declaration);
+    assign_field(p->controls, new_control_accessor(p));
+    assign_field(p->attributes, new_attribute_accessor(p));
+    register_printers(p);
+    apply_default_controls(p);
+    declare(p, elements, static_cast<int>(declaration.sense));
+}
+
+void initialise(ProblemObject* p, PyObject* elements, PyObject* kwargs) {
+    const Declaration declaration = parse(kwargs);
+    refuse_if_busy(p);
+    take_down(p);
+    // The error is set before the handles that it comes from are gone.
+    if (guarded([&] { build(p, declaration, elements); }) < 0) {
+        take_down(p);
+        throw PythonError{};
+    }
+}
+
+}  // namespace
+
+void require_initialised(ProblemObject* p) {
+    if (p->prob != nullptr && p->variables != nullptr) return;
+    raise(interface_error(), "The problem has not been initialised, or its initialisation failed");
+}
+
+PyObject* problem_new(PyTypeObject* type, PyObject*, PyObject*) noexcept {
+    return guarded([&] { return allocate(type); });
+}
+
+int problem_init(PyObject* self, PyObject* args, PyObject* kwargs) noexcept {
+    return guarded([&] { initialise(as_problem(self), args, kwargs); });
+}
+
+int problem_traverse(PyObject* self, visitproc visit, void* arg) noexcept {
+    ProblemObject* p = as_problem(self);
+    for (auto field : kLists) Py_VISIT(p->*field);
+    for (PyObject* slot : p->callbacks) Py_VISIT(slot);
+    Py_VISIT(p->controls);
+    Py_VISIT(p->attributes);
+    Py_VISIT(p->user_functions);
+    Py_VISIT(p->module);
+    return 0;
+}
+
+int problem_clear(PyObject* self) noexcept {
+    ProblemObject* p = as_problem(self);
+    for (auto field : kLists) assign_field(p->*field, Ref());
+    clear_fields(p);
+    return 0;
+}
+
+void problem_dealloc(PyObject* self) noexcept {
+    PyObject_GC_UnTrack(self);
+    ProblemObject* p = as_problem(self);
+    take_down(p);
+    for (auto field : kLists) assign_field(p->*field, Ref());
+    for (auto field : kMaps) delete std::exchange(p->*field, nullptr);
+    const Ref module = Ref::steal(std::exchange(p->module, nullptr));
+    Py_TYPE(self)->tp_free(self);
+}
+
+void reset_problem(ProblemObject* p) {
+    require_initialised(p);
+    refuse_if_busy(p);
+    Lists lists;
+    clear_maps(p);
+    replace_lists(p, lists);
+    apply_default_controls(p);
+    destroy_handles(p);
+    clear_fields(p);
+    create_handles(p);
+    set_nonlinear_threads(p);
+    check_library(NLRAsetprobname(p->prob, ""), as_object(p));
+    load_empty(p, "");
+}
+
+Ref copy_problem(ProblemObject* p) {
+    require_initialised(p);
+    sync_lists(p);
+    Ref object = allocate(&ProblemType);
+    ProblemObject* copy = object.as<ProblemObject>();
+    for (int i = 0; i < 3; ++i) {
+        PyObject* list = p->*kLists[i];
+        assign_field(copy->*kLists[i], take(PyList_GetSlice(list, 0, PyList_GET_SIZE(list))));
+        copy->*kMaps[i] = new IndexMap((p->*kMaps[i])->copy());
+    }
+    create_handles(copy);
+    apply_default_controls(copy);
+    check_library(NLRAcopyprob(copy->prob, p->prob, ""), object.get());
+    const bool nonlinear = copy->nonlinear != nullptr && p->nonlinear != nullptr;
+    if (nonlinear) {
+        check_library(NSLPcopyprob(copy->nonlinear, p->nonlinear, ""), object.get());
+    }
+    check_library(NLRAcopycontrols(copy->prob, p->prob), object.get());
+    if (nonlinear) check_library(NSLPcopycontrols(copy->nonlinear, p->nonlinear), object.get());
+    register_printers(copy);
+
+    assign_field(copy->controls, new_control_accessor(copy));
+    assign_field(copy->attributes, new_attribute_accessor(copy));
+    copy->transfer_row = p->transfer_row;
+    copy->transfer_column = p->transfer_column;
+    copy->nonlinear_batches = p->nonlinear_batches;
+    copy->nonlinear_objective = p->nonlinear_objective;
+    if (p->user_functions != nullptr) {
+        assign_field(copy->user_functions, take(PyDict_Copy(p->user_functions)));
+    }
+    return object;
+}
+
+}  // namespace nalora

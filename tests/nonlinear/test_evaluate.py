@@ -1,0 +1,193 @@
+"""Values of objects: dictionaries, nested arguments, trees and their depth limit."""
+
+import gc
+import math
+import sys
+
+import nalora
+import numpy as np
+import pytest
+
+x, y, z = (nalora.var(name) for name in "xyz")
+VALUES = {x: 2.0, y: -0.5, z: 0.0}
+
+
+def value(*objects, **keywords):
+    return nalora.evaluate(*objects, solution=VALUES, **keywords)
+
+
+@pytest.mark.parametrize(
+    "make, expected",
+    [
+        (lambda: x, 2.0),
+        (lambda: 3 * x, 6.0),
+        (lambda: x * y, -1.0),
+        (lambda: 3 * x**2, 12.0),
+        (lambda: x + 2 * y + 4 - x * y + y**2, 6.25),
+        (lambda: 7, 7.0),
+        (lambda: np.int8(7), 7.0),
+        (lambda: np.float16(0.5), 0.5),
+        (lambda: x / y, -4.0),
+        (lambda: x / y - 1, -5.0),
+        (lambda: x / y + x + 3, 1.0),
+        (lambda: (x / y) * x * y, 4.0),
+        (lambda: -(x / y), 4.0),
+        (lambda: abs(y), 0.5),
+        (lambda: x**0.5, math.sqrt(2)),
+        (lambda: 2 ** (x + 1), 8.0),
+        (lambda: z**-1.0, math.inf),
+        (lambda: x & x, 1.0),
+        (lambda: x & z, 0.0),
+        (lambda: 0.000001 & x, 0.0),
+        (lambda: z | 0.999999, 1.0),
+        (lambda: z | 0.9, 0.0),
+        (lambda: z | y, 0.0),
+    ],
+)
+def test_values(make, expected):
+    assert value(make()) == expected
+    assert value([make(), ()]) == [expected, ()]
+
+
+def test_nesting_is_kept():
+    assert value(x, y) == (2.0, -0.5)
+    assert value() == ()
+    assert value((x, [y, {"a": z, 1: (x,)}]), {x: 2 * x}) == (
+        (2.0, [-0.5, {"a": 0.0, 1: (2.0,)}]),
+        {x: 4.0},
+    )
+    assert value(range(3)) == [0.0, 1.0, 2.0]
+
+
+@pytest.mark.parametrize(
+    "call, error, text",
+    [
+        (
+            lambda: nalora.evaluate(x),
+            nalora.InterfaceError,
+            'nalora.evaluate() requires at least of the two arguments "solution" and "problem".\n'
+            "See the documentation of nalora.evaluate for details.",
+        ),
+        (
+            lambda: nalora.evaluate(x, problem=3),
+            nalora.InterfaceError,
+            'Argument "problem" must be an nalora.problem object',
+        ),
+        (
+            lambda: nalora.evaluate(x, solution=(1.0,)),
+            nalora.InterfaceError,
+            'Argument "solution" must be a dictionary, a list, or a one-dimensional NumPy array.\n'
+            "See the documentation for nalora.evaluate",
+        ),
+        (
+            lambda: nalora.evaluate(x, solution=[1.0]),
+            nalora.InterfaceError,
+            'Argument "problem" is necessary when passing a list or NumPy array of variable values',
+        ),
+        (
+            lambda: value(np.array([x])),
+            nalora.InterfaceError,
+            "nalora.evaluate() requires one or more Python objects;\nNumPy arrays must be of "
+            "dtype nalora.npvar, nalora.npexpr, or nalora.npconstraint.",
+        ),
+        (
+            lambda: nalora.evaluate(x + y, solution={x: 1}),
+            nalora.ModelError,
+            "Variable <y> not found in solution",
+        ),
+        (lambda: value(x <= 1), nalora.ModelError, "Evaluation of object of incorrect type"),
+        (lambda: value(None), nalora.ModelError, "Evaluation of object of incorrect type"),
+        (
+            lambda: value(x / z),
+            ZeroDivisionError,
+            "Division by zero in evaluation of expression containing fraction",
+        ),
+        (lambda: value(x, foo=1), TypeError, "'foo' is an invalid keyword argument for evaluate()"),
+        (lambda: nalora.evaluate(x, solution={x: "1"}), TypeError, None),
+    ],
+)
+def test_refused(call, error, text):
+    with pytest.raises(error) as info:
+        call()
+    if text is not None:
+        assert str(info.value) == text
+
+
+def test_depth_limit():
+    depth_error = "Evaluation of expression exceeded recursion depth limit"
+    shallow, deep, tree = [x], [x], x / y
+    for _ in range(60):
+        shallow = [shallow]
+    value(shallow)
+    for _ in range(1000):
+        deep, tree = [deep], abs(tree)
+    for too_deep in (deep, tree, "endless"):
+        with pytest.raises(RuntimeError) as info:
+            value(too_deep)
+        assert str(info.value) == depth_error
+
+
+def test_a_key_of_equal_hash_is_not_the_variable():
+    v = nalora.var()
+    with pytest.raises(nalora.ModelError, match="not found in solution"):
+        nalora.evaluate(2 * v, solution={hash(v): 5.0})
+
+
+class Exploding:
+    def __float__(self):
+        raise KeyError("from the user")
+
+
+class Shrinking:
+    """Empties the list that it is evaluated from."""
+
+    def __init__(self, items):
+        self.items = items
+
+    def __getitem__(self, index):
+        if index > 0:
+            raise IndexError
+        self.items.clear()
+        return 1
+
+    def __len__(self):
+        return 1
+
+
+def test_errors_and_meddling_of_user_code():
+    with pytest.raises(KeyError, match="from the user"):
+        nalora.evaluate([1, x], solution={x: Exploding()})
+    items = [1, 2, 3]
+    items[1:1] = [Shrinking(items)]
+    assert value(items) == [1.0, [1.0]]
+
+
+def test_values_that_grow_the_expression_under_evaluation():
+    variables = [nalora.var() for _ in range(200)]
+    total = sum(variables)
+
+    class Growing:
+        def __float__(self):
+            for v in variables:  # grows the terms that total shares
+                self.longer = getattr(self, "longer", total) + v
+            return 1.0
+
+    assert nalora.evaluate(total, solution=dict.fromkeys(variables, Growing())) == 200.0
+
+
+def test_nothing_is_leaked():
+    def work():
+        value(x, [y, (z, {"k": x * y + 1})])
+        for bad in (lambda: value([x, None]), lambda: value(x / z), lambda: nalora.evaluate(x)):
+            with pytest.raises((nalora.ModelError, ZeroDivisionError, nalora.InterfaceError)):
+                bad()
+
+    def blocks():
+        gc.collect()
+        return sys.getallocatedblocks()
+
+    work()
+    before = blocks()
+    for _ in range(200):
+        work()
+    assert blocks() - before < 50
