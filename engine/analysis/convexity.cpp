@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+
+#include "nlra.h"
+#include "store/error.hpp"
 
 namespace nlra {
 
@@ -25,6 +29,11 @@ bool is_convex_form(const std::vector<QuadTerm>& terms, double sign, const StopP
     double largest = 0.0;
     double lowest_diagonal = 0.0;
     for (const QuadTerm& term : terms) {
+        // The store lets NaN in when its checks are switched off.
+        if (!std::isfinite(term.value)) {
+            fail(NLRA_ERROR_ARGUMENT,
+                 "the model cannot be solved: a quadratic coefficient is not a number");
+        }
         largest = std::max(largest, std::fabs(term.value));
         if (term.col1 == term.col2) lowest_diagonal = std::min(lowest_diagonal, sign * term.value);
     }

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <bit>
 #include <string>
 
 #include "api/boundary.hpp"
@@ -20,7 +21,7 @@ void send_message(nlra_problem& problem, std::string_view line, int msgtype) {
         const std::lock_guard lock(environment().mutex);
         handlers = environment().handlers;
     }
-    void* const thread = reinterpret_cast<void*>(pthread_self());
+    void* const thread = std::bit_cast<void*>(pthread_self());
     for (const auto& entry : handlers) {
         entry.function(&problem, entry.data, thread, text.c_str(), msgtype, 0);
     }

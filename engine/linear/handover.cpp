@@ -1,6 +1,7 @@
 #include "linear/handover.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <string>
 #include <utility>
@@ -22,9 +23,18 @@ double finite_or_inf(double value) {
     return value;
 }
 
+// The store lets NaN in when its checks are switched off; HiGHS would go on with it.
+double number(double value, const char* what) {
+    if (std::isnan(value)) {
+        fail(NLRA_ERROR_ARGUMENT, "the model cannot be solved: %s is not a number", what);
+    }
+    return value;
+}
+
 // HiGHS refuses a lower bound of plus infinity and an upper one of minus infinity. Nothing lies
 // within such bounds, which any crossed pair says as well.
 Interval highs_bounds(Interval bounds) {
+    number(bounds.lower + bounds.upper, "a bound or right-hand side");
     if (bounds.lower >= kInfinity || bounds.upper <= -kInfinity) return {1.0, -1.0};
     return {finite_or_inf(bounds.lower), finite_or_inf(bounds.upper)};
 }
@@ -72,7 +82,7 @@ void fill_matrix(HighsSparseMatrix& matrix, const RowMatrix& rows, int cols) {
         for (int64_t k = start[i]; k < start[i + 1]; ++k) {
             const HighsInt position = matrix.start_[index[k] + 1]++;
             matrix.index_[position] = i;
-            matrix.value_[position] = value[k];
+            matrix.value_[position] = number(value[k], "a coefficient");
         }
     }
 }
@@ -93,6 +103,7 @@ HighsLp build_lp(const Model& model) {
         const Interval bounds = highs_bounds(relaxed_column(model, j));
         lp.col_lower_[j] = bounds.lower;
         lp.col_upper_[j] = bounds.upper;
+        number(model.obj[j], "an objective coefficient");
         integral = integral || is_integral(model.coltype[j]);
     }
     if (integral) {
@@ -227,14 +238,17 @@ void Handover::change(Highs& highs, const Model& model) {
         sort_unique(edits.costs, cols_);
         std::vector<double> costs;
         costs.reserve(edits.costs.size());
-        for (const int j : edits.costs) costs.push_back(model.obj[j]);
+        for (const int j : edits.costs) {
+            costs.push_back(number(model.obj[j], "an objective coefficient"));
+        }
         check(highs.changeColsCost(static_cast<HighsInt>(edits.costs.size()), edits.costs.data(),
                                    costs.data()),
               "objective");
     }
     for (const auto& [row, col] : edits.coefs) {
         if (row >= rows_ || col >= cols_) continue;
-        check(highs.changeCoeff(row, col, model.matrix.get(row, col)), "coefficients");
+        const double value = number(model.matrix.get(row, col), "a coefficient");
+        check(highs.changeCoeff(row, col, value), "coefficients");
     }
 }
 
@@ -264,7 +278,7 @@ void Handover::append(Highs& highs, const Model& model) {
                     if (index[k] < cols_) continue;
                     const HighsInt position = next[index[k] - cols_]++;
                     rows_of[position] = i;
-                    values[position] = value[k];
+                    values[position] = number(value[k], "a coefficient");
                 }
             }
         }
@@ -272,6 +286,7 @@ void Handover::append(Highs& highs, const Model& model) {
             const Interval bounds = highs_bounds(relaxed_column(model, j));
             lower.push_back(bounds.lower);
             upper.push_back(bounds.upper);
+            number(model.obj[j], "an objective coefficient");
         }
         check(highs.addCols(count, model.obj.data() + cols_, lower.data(), upper.data(),
                             starts[count], starts.data(), rows_of.data(), values.data()),
@@ -300,6 +315,7 @@ void Handover::append(Highs& highs, const Model& model) {
             upper.push_back(bounds.upper);
             starts.push_back(static_cast<HighsInt>(start[i] - first));
         }
+        for (int64_t k = first; k < start[rows]; ++k) number(value[k], "a coefficient");
         check(highs.addRows(rows - rows_, lower.data(), upper.data(), count, starts.data(),
                             index.data() + first, value.data() + first),
               "new rows");

@@ -223,13 +223,15 @@ LpOutcome LinearSolver::Impl::solve_relaxation(const Model& model, const Params&
     if (method == LpMethod::kInteriorPoint) highs.clearSolver();
 
     HighsModelStatus status = HighsModelStatus::kNotset;
-    for (int attempt = 0; attempt < 2; ++attempt) {
+    for (int attempt = 0; attempt < 3; ++attempt) {
         if (attempt > 0) {
-            // Presolve that cannot tell unbounded from infeasible, or numerical trouble: both are
-            // settled by the simplex method on the whole model.
+            // Presolve that cannot tell unbounded from infeasible, a dual simplex method that is
+            // lost on an unbounded problem, numerical trouble: settled on the whole model, by the
+            // primal simplex method first.
             highs.clearSolver();
             settings.solver = "simplex";
-            settings.simplex_strategy = kSimplexStrategyDual;
+            settings.simplex_strategy =
+                attempt == 1 ? kSimplexStrategyPrimal : kSimplexStrategyDual;
             settings.presolve = false;
             const double remaining = monitor.remaining();
             settings.time_limit = remaining >= kInfinity ? kHighsInf : remaining;
@@ -350,11 +352,13 @@ MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& param
     }
     switch (status) {
         case HighsModelStatus::kOptimal:
+            if (!found) fail(NLRA_ERROR_SOLVER, "the mixed integer solver lost its solution");
             outcome.status = NLRA_MIP_OPTIMAL;
             break;
         case HighsModelStatus::kInfeasible:
             outcome.status = NLRA_MIP_INFEAS;
             outcome.bound = -no_bound;
+            outcome.solution.clear();
             break;
         case HighsModelStatus::kUnbounded:
         case HighsModelStatus::kUnboundedOrInfeasible:

@@ -32,9 +32,9 @@ class RaySearch {
     double cost_along(const std::vector<double>& direction) const;
     bool drop_loose(const std::vector<double>& direction);
     void add_curvature(const QuadTerm* first, const QuadTerm* last, double sign);
-    void for_each_curvature(const std::vector<double>& direction,
-                            std::vector<SymmetricEntry>* entries, int& equations,
-                            double& worst) const;
+    void curvature_equations(const std::vector<double>& direction,
+                             std::vector<SymmetricEntry>* entries, int& equations,
+                             double& worst) const;
     double row_along(int row, const std::vector<double>& direction) const;
 
     const QuadraticProgram& program_;
@@ -134,9 +134,9 @@ double RaySearch::row_along(int row, const std::vector<double>& direction) const
 
 // The equations Q d = 0 of the forms that count: numbered on from `equations` and added to
 // `entries` (unknowns: columns of the program, then equations), or measured.
-void RaySearch::for_each_curvature(const std::vector<double>& direction,
-                                   std::vector<SymmetricEntry>* entries, int& equations,
-                                   double& worst) const {
+void RaySearch::curvature_equations(const std::vector<double>& direction,
+                                    std::vector<SymmetricEntry>* entries, int& equations,
+                                    double& worst) const {
     std::vector<int> equation(program_.columns, -1);
     std::vector<double> product(program_.columns, 0.0);
     const auto visit = [&](const QuadTerm* first, const QuadTerm* last) {
@@ -175,6 +175,7 @@ void RaySearch::for_each_curvature(const std::vector<double>& direction,
 bool RaySearch::project(std::vector<double>& direction, bool improving) const {
     const int n = program_.columns;
     std::vector<SymmetricEntry> entries;
+    entries.reserve(2 * static_cast<size_t>(n));
     for (int j = 0; j < n; ++j) entries.push_back({j, j, 1.0});
     std::vector<char> zero(n, 0);
     for (int j = 0; j < n; ++j) {
@@ -184,7 +185,7 @@ bool RaySearch::project(std::vector<double>& direction, bool improving) const {
     }
     int unknowns = n;
     double ignored = 0.0;
-    for_each_curvature(direction, &entries, unknowns, ignored);
+    curvature_equations(direction, &entries, unknowns, ignored);
     for (int i = 0; i < program_.rows; ++i) {
         if (!keeps_row_[i] || std::fabs(row_along(i, direction)) >= kZero) continue;
         for (int64_t k = program_.start[i]; k < program_.start[i + 1]; ++k) {
@@ -206,7 +207,7 @@ bool RaySearch::project(std::vector<double>& direction, bool improving) const {
         entries.push_back({k, k, -1e-9});
         signs[k] = -1;
     }
-    SparseLdlt factorization;
+    SparseLdlt factorization([this] { return run_.monitor.should_stop(); });
     factorization.analyze(unknowns, entries);
     factorization.factor(entries, signs, 1e-10);
     // Repeated projection takes out what the regularization left.
@@ -237,7 +238,7 @@ bool RaySearch::is_recession(const std::vector<double>& direction) const {
     }
     int equations = 0;
     double worst = 0.0;
-    for_each_curvature(direction, nullptr, equations, worst);
+    curvature_equations(direction, nullptr, equations, worst);
     return worst <= kExact;
 }
 
@@ -294,7 +295,11 @@ bool RaySearch::run() {
 }  // namespace
 
 bool has_improving_ray(const QuadraticProgram& program, QpRun& run) {
-    return RaySearch(program, run).run();
+    try {
+        return RaySearch(program, run).run();
+    } catch (const FactorizationStopped&) {
+        return false;
+    }
 }
 
 }  // namespace nlra

@@ -4,6 +4,10 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
+
+#include "nlra.h"
+#include "store/error.hpp"
 
 namespace nlra {
 
@@ -28,6 +32,7 @@ class Reduction {
     ReducedProgram run();
 
   private:
+    void require_numbers() const;
     bool take_columns();
     void mark_used(std::vector<char>& used) const;
     void take_objective();
@@ -55,6 +60,23 @@ void Reduction::mark_used(std::vector<char>& used) const {
     for (const auto& [row, terms] : model_.qrows) {
         for (const QuadTerm& term : terms) used[term.col1] = used[term.col2] = 1;
     }
+}
+
+// The store lets NaN in when its checks are switched off; the solver would go on with it.
+void Reduction::require_numbers() const {
+    const auto check = [](const std::vector<double>& values, const char* what) {
+        for (const double value : values) {
+            if (std::isnan(value)) {
+                fail(NLRA_ERROR_ARGUMENT, "the model cannot be solved: %s is not a number", what);
+            }
+        }
+    };
+    check(model_.obj, "an objective coefficient");
+    check(model_.lower, "a lower bound");
+    check(model_.upper, "an upper bound");
+    check(model_.rhs, "a right-hand side");
+    check(model_.range, "a range");
+    check(model_.matrix.value(), "a coefficient");
 }
 
 bool Reduction::take_columns() {
@@ -214,6 +236,7 @@ bool Reduction::check_activity_bounds() {
 }
 
 ReducedProgram Reduction::run() {
+    require_numbers();
     if (!take_columns()) return std::move(out_);
     take_objective();
     if (take_rows()) check_activity_bounds();

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "analysis/convexity.hpp"
+#include "nonlinear/qp_polish.hpp"
 #include "search/monitor.hpp"
 #include "solve_support.hpp"
 
@@ -406,7 +407,7 @@ TEST("convex qp: degenerate shapes") {
         test.model.set_qobj({{x, y, -1.0}});
         CHECK(find_nonconvexity(test.model).empty());
         const LpOutcome outcome = solve(test);
-        CHECK(outcome.status == NLRA_LP_OPTIMAL);
+        REQUIRE(outcome.status == NLRA_LP_OPTIMAL);
         CHECK_NEAR(outcome.solution.objective, -1, 1e-12);
         CHECK_NEAR(outcome.solution.dj[x], -2, 1e-12);
         CHECK_NEAR(outcome.solution.slack[1], 0, 1e-12);
@@ -520,4 +521,32 @@ TEST("convex qp: a stop is served within half a second, whatever the size") {
     CHECK(outcome.status == NLRA_LP_UNFINISHED);
     CHECK(outcome.stop == NLRA_STOP_USER);
     CHECK(late < 0.5);
+}
+
+TEST("convex qp: duals that cancel are neither trusted nor kept") {
+    // min x^2 + y^2 with x + y = 2 twice: at (1, 1), the duals add up to 2.
+    QuadraticProgram program;
+    for (int j = 0; j < 2; ++j) {
+        program.add_column(0.0, -kInf, kInf);
+        program.objective_terms.push_back({j, j, 1.0});
+    }
+    for (int i = 0; i < 2; ++i) {
+        program.add_row(2.0, 2.0);
+        for (int j = 0; j < 2; ++j) program.add_coefficient(j, 1.0);
+    }
+    CHECK(measure(program, {{1.0, 1.0}, {1.5, 0.5}}).worst() < 1e-14);
+    CHECK(measure(program, {{1.0, 1.0}, {1.5, 0.4}}).dual > 1e-2);
+    CHECK(measure(program, {{1.5, 0.5}, {1e20, -1e20}}).worst() > 1.0);
+
+    InteriorResult interior;
+    interior.point = {{1.5, 0.5}, {1e20, -1e20}};
+    interior.lower_multipliers = interior.upper_multipliers = {0.0, 0.0};
+    TestProblem test;
+    Monitor monitor(test.problem);
+    QpRun run{monitor, 1e-7, 1e-7, 1000};
+    Residuals residuals;
+    const PrimalDual polished = polish(program, interior, run, residuals);
+    CHECK(residuals.worst() < 1e-12);
+    CHECK_NEAR(polished.x[0], 1.0, 1e-12);
+    CHECK_NEAR(polished.y[0] + polished.y[1], 2.0, 1e-12);
 }

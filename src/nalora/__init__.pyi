@@ -1,16 +1,17 @@
+from os import PathLike
 from typing import Any, Callable, ClassVar, Iterable, Mapping, Sequence, overload
 
 import numpy as np
 from typing_extensions import TypeAlias
 
 __version__: str
-__all__: list[str]
 
 # The types of expressions, accessors and terms are no attributes of the module: they are the
 # results of operations. The names below exist in these stubs only.
 
 _Scalar: TypeAlias = _Operand | float
 _Name: TypeAlias = str | bytes
+_Path: TypeAlias = str | bytes | PathLike[str]
 _Column: TypeAlias = int | str | var
 _Row: TypeAlias = int | str | constraint
 
@@ -56,6 +57,8 @@ class var(_Operand):
         threshold: float = -1e20,
         vartype: int = 0,
     ) -> None: ...
+    def __copy__(self) -> var: ...
+    def __deepcopy__(self, memo: Any, /) -> var: ...
     name: Any
     lb: float
     ub: float
@@ -83,6 +86,9 @@ class constraint:
     def copy(self) -> constraint:
         """Return a copy of the constraint as a new object"""
 
+    def __copy__(self) -> constraint: ...
+    def __deepcopy__(self, memo: Any, /) -> constraint: ...
+
 class sos:
     """A special ordered set of type 1 or 2: a list of variables and a list of weights."""
 
@@ -97,6 +103,9 @@ class sos:
     def name(self) -> str: ...
     def copy(self) -> sos:
         """Return a copy of the SOS as a new object"""
+
+    def __copy__(self) -> sos: ...
+    def __deepcopy__(self, memo: Any, /) -> sos: ...
 
 class _Accessor:
     def __getattr__(self, name: str, /) -> Any: ...
@@ -126,18 +135,20 @@ class problem:
     def getVariable(self, index: int) -> var: ...
     @overload
     def getVariable(
-        self, index: Iterable[Any] = ..., first: int = -1, last: int = -1
+        self, index: Iterable[Any] | None = ..., first: int = -1, last: int = -1
     ) -> list[var]: ...
     @overload
     def getConstraint(self, index: int) -> constraint: ...
     @overload
     def getConstraint(
-        self, index: Iterable[Any] = ..., first: int = -1, last: int = -1
+        self, index: Iterable[Any] | None = ..., first: int = -1, last: int = -1
     ) -> list[constraint]: ...
     @overload
     def getSOS(self, index: int) -> sos: ...
     @overload
-    def getSOS(self, index: Iterable[Any] = ..., first: int = -1, last: int = -1) -> list[sos]: ...
+    def getSOS(
+        self, index: Iterable[Any] | None = ..., first: int = -1, last: int = -1
+    ) -> list[sos]: ...
     def getIndex(self, obj: var | constraint | sos, /) -> int:
         """The index of a variable, constraint or set in this problem."""
     def getIndexFromName(self, type: int, name: str) -> int:
@@ -147,6 +158,9 @@ class problem:
         """Empty the problem."""
     def copy(self) -> problem:
         """A new problem over the same modeling objects."""
+
+    def __copy__(self) -> problem: ...
+    def __deepcopy__(self, memo: Any, /) -> problem: ...
     # Building
     def addVariable(self, *args: Any) -> None: ...
     def addConstraint(self, *args: Any) -> None: ...
@@ -156,9 +170,9 @@ class problem:
     def delVariable(self, index: Any = ..., first: int = -1, last: int = -1) -> None: ...
     def delConstraint(self, index: Any = ..., first: int = -1, last: int = -1) -> None: ...
     def delSOS(self, index: Any = ..., first: int = -1, last: int = -1) -> None: ...
-    def setObjective(self, objective: Any, sense: int = ...) -> None: ...
-    def read(self, filename: str, options: str = "") -> None: ...
-    def write(self, filename: str, flags: str = "") -> None: ...
+    def setObjective(self, objective: Any, sense: int | None = ...) -> None: ...
+    def read(self, filename: _Path, options: str = "") -> None: ...
+    def write(self, filename: _Path, flags: str = "") -> None: ...
     # Solving
     def solve(self, flags: _Name = ...) -> None: ...
     def getProbStatus(self) -> int: ...
@@ -186,8 +200,8 @@ class problem:
     def getControl(self, *args: Any) -> Any: ...
     def getAttrib(self, *args: Any) -> Any: ...
     # The optimizer's own functions
-    def lpoptimize(self, flags: str = ...) -> None: ...
-    def mipoptimize(self, flags: str = ...) -> None: ...
+    def lpoptimize(self, flags: str | None = ...) -> None: ...
+    def mipoptimize(self, flags: str | None = ...) -> None: ...
     def interrupt(self, reason: int) -> None: ...
     def getlpsol(
         self,
@@ -201,7 +215,7 @@ class problem:
         self,
         mipsolval: Sequence[float],
         mipsolcol: Sequence[_Column] | None = ...,
-        solname: str = ...,
+        solname: str | None = ...,
     ) -> None: ...
     def chgbounds(
         self, mindex: Sequence[_Column], qbtype: Sequence[str], bnd: Sequence[float]
@@ -213,8 +227,12 @@ class problem:
 class branchobj:
     """A branching object of the optimizer's search."""
 
+    def __init__(self, *args: Any, **kwargs: Any) -> None: ...
+
 class poolcut:
     """A cut in the optimizer's cut pool."""
+
+    def __init__(self, *args: Any, **kwargs: Any) -> None: ...
 
 class ModelError(Exception):
     """An error in the user's model or in arguments given as modeling objects."""
@@ -242,7 +260,7 @@ def setdefaults() -> None:
     """Forget the module-wide defaults of all controls."""
 
 def addcbmsghandler(msghandler: Callable[..., Any], data: Any, priority: int) -> None: ...
-def removecbmsghandler(msghandler: Callable[..., Any] | None, data: Any) -> None: ...
+def removecbmsghandler(msghandler: Callable[..., Any] | None = ..., data: Any = ...) -> None: ...
 def init() -> None:
     """Start the optimizer's environment."""
 
@@ -251,8 +269,8 @@ def free() -> None:
 
 def evaluate(
     *expressions: Any,
-    problem: problem = ...,
-    solution: dict[var, float] | list[float] | np.ndarray[Any, Any] = ...,
+    problem: problem | None = ...,
+    solution: dict[var, float] | list[float] | np.ndarray[Any, Any] | None = ...,
 ) -> Any:
     """Values of expressions for given values of the variables."""
 

@@ -4,7 +4,8 @@ import argparse
 import contextlib
 import sys
 import time
-from typing import Iterator, List, Optional, Tuple
+import typing
+from typing import List, Optional, Tuple
 
 import nalora
 
@@ -22,7 +23,7 @@ class UserError(Exception):
 
 
 @contextlib.contextmanager
-def failing(what: str) -> Iterator[None]:
+def failing(what: str) -> typing.Iterator[None]:
     """Turns errors of the library and the system into a UserError that says what was tried."""
     try:
         yield
@@ -101,6 +102,8 @@ def run(model: str, controls: List[str], solution: Optional[str], quiet: bool) -
         objective = problem.getObjVal()
         names = [str(variable) for variable in problem.getVariable()]
         values = list(zip(names, problem.getSolution()))
+    if not quiet:
+        print()
     report(status, objective, values, seconds)
     if solution is not None:
         with failing("cannot write the solution"):

@@ -109,7 +109,8 @@ def test_forced_start_keeps_everything():
 def test_forked_child_works():
     out = run_python(
         """
-        import os, threading
+        import os, threading, warnings
+        warnings.simplefilter("ignore", DeprecationWarning)  # of forking with threads around
         nalora.setOutputEnabled(False)
         x = nalora.var(ub=4, name="x")
         p = nalora.problem(x, -x)

@@ -3,6 +3,7 @@
 import contextlib
 import gc
 import io
+import os
 import subprocess
 import sys
 
@@ -129,7 +130,7 @@ def test_log_in_ascii_environment():
     result = subprocess.run(
         [sys.executable, "-c", code],
         capture_output=True,
-        env={"PYTHONIOENCODING": "ascii", "PYTHONPATH": ":".join(sys.path)},
+        env={**os.environ, "PYTHONIOENCODING": "ascii"},
     )
     assert (result.returncode, result.stderr) == (0, b"")
     assert result.stdout

@@ -5,9 +5,10 @@ import operator
 import pickle
 import sys
 
-import nalora
 import numpy as np
 import pytest
+
+import nalora
 
 INF = 1e20
 x, y = nalora.var("x"), nalora.var("y")
@@ -20,7 +21,7 @@ def form(c):
 
 
 @pytest.mark.parametrize(
-    "make, expected",
+    ("make", "expected"),
     [
         (lambda: x <= 5, ("x", -INF, 5)),
         (lambda: 5 <= x, ("x", 5, INF)),
@@ -82,9 +83,19 @@ def test_constraints_are_neither_true_nor_false():
         0 <= x <= 1
     with pytest.raises(nalora.ModelError, match="membership"):
         x in [y]
-    for make in (lambda a: a <= 3, lambda a: 3 >= a):
+    for make in (lambda a: a <= 3, lambda a: 3 >= a, lambda a: x >= a):
         with pytest.raises(nalora.ModelError, match="element by element"):
             make(np.array([x, y]))
+
+
+@pytest.mark.filterwarnings("ignore:elementwise comparison failed:DeprecationWarning")
+def test_arrays_that_numpy_gives_up_on():
+    for make in (lambda a: x == a, lambda a: a == x, lambda a: x + y == a):
+        with pytest.raises(nalora.ModelError, match="element by element"):
+            make(np.array([x, y, 2 * x]))
+
+
+def test_membership_in_sets():
     assert x in {x, y}
 
 
@@ -136,7 +147,7 @@ ATTEMPT = (
 
 
 @pytest.mark.parametrize(
-    "keywords, expected",
+    ("keywords", "expected"),
     [
         ({"body": x, "lb": 1}, ("x", 1, INF)),
         ({"body": x, "ub": 2.5, "lb": -1e21}, ("x", -INF, 2.5)),
@@ -158,13 +169,16 @@ def test_keywords(keywords, expected):
 
 
 @pytest.mark.parametrize(
-    "keywords, text",
+    ("keywords", "text"),
     [
         ({}, EMPTY),
         ({"lb": 1}, EMPTY),
         ({"body": x}, EMPTY),
         ({"body": x, "rhs": 3}, EMPTY),
-        ({"body": x, "lb": 1, "rhs": 2}, "Cannot create constraint by specifying both rhs AND lb/ub."),
+        (
+            {"body": x, "lb": 1, "rhs": 2},
+            "Cannot create constraint by specifying both rhs AND lb/ub.",
+        ),
         (
             {"body": x, "ub": 1, "sense": 1, "rhs": float("nan")},
             "Cannot create constraint by specifying both rhs AND lb/ub.",
@@ -267,7 +281,7 @@ SETS = [
 ]
 
 
-@pytest.mark.parametrize("keywords, kind", SETS)
+@pytest.mark.parametrize(("keywords", "kind"), SETS)
 def test_sets(keywords, kind):
     s, t = nalora.sos(**keywords), nalora.sos(**keywords)
     number = int(s.name[3:])
@@ -281,7 +295,7 @@ def test_sets(keywords, kind):
 
 
 @pytest.mark.parametrize(
-    "arguments, error, text",
+    ("arguments", "error", "text"),
     [
         (([x], (1,)), nalora.ModelError, "SOS weights must be passed as a list"),
         (((x,), (1,)), nalora.ModelError, "SOS weights must be passed as a list"),

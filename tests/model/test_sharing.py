@@ -4,8 +4,9 @@ import gc
 import sys
 import time
 
-import nalora
 import pytest
+
+import nalora
 
 
 def live_blocks():
@@ -137,9 +138,15 @@ def test_errors_at_the_end_of_a_name_are_reported_not_raised(monkeypatch):
     monkeypatch.setattr(sys, "unraisablehook", lambda info: reported.append(info.exc_type))
     c = nalora.var() <= 2.5
     c.name = Witness(lambda: 1 / 0)
-    with pytest.raises(KeyError):
-        kept = [c]
-        del c
-        kept.pop()
+
+    def fail(constraint):
+        held = [constraint]
+        del constraint
+        held.pop()
         raise KeyError
+
+    kept = [c]
+    del c
+    with pytest.raises(KeyError):
+        fail(kept.pop())
     assert reported == [ZeroDivisionError]

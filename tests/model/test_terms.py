@@ -1,16 +1,17 @@
 """Linear and quadratic terms, expressions: every rule of the operator tables."""
 
 import copy
+import operator
 import pickle
 
-import nalora
 import numpy as np
 import pytest
+
+import nalora
 
 x, y, z = (nalora.var(name) for name in "xyz")
 LINTERM, QUADTERM, EXPRESSION = type(2 * x), type(x * y), type(x + y)
 NONLINEAR = type(x / y)
-
 
 
 def form(o):
@@ -196,7 +197,7 @@ def constant(value):
 
 
 @pytest.mark.parametrize(
-    "make, expected",
+    ("make", "expected"),
     [
         (lambda: x / constant(2), L("0.5*x")),
         (lambda: x * constant(1), V),
@@ -218,7 +219,7 @@ def test_expressions_without_terms_count_as_numbers(make, expected):
 
 
 @pytest.mark.parametrize(
-    "make, text",
+    ("make", "text"),
     [
         (lambda: x / 0, "Division of variable by zero"),
         (lambda: x / constant(0), "Division of variable by zero"),
@@ -230,7 +231,7 @@ def test_expressions_without_terms_count_as_numbers(make, expected):
         (lambda: (x * y).__itruediv__(0), "Division by zero"),
         (lambda: (x + y).__itruediv__(0), "Division by zero"),
         (lambda: x + "a", "Invalid operands in addition"),
-        (lambda: [] + x, "Invalid operands in addition"),
+        (lambda: operator.add([], x), "Invalid operands in addition"),
         (lambda: x - None, "Invalid object in subtraction"),
         (lambda: x * "a", "Invalid operands in multiplication"),
         (lambda: x / {}, "Invalid operands in division"),

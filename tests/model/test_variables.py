@@ -6,8 +6,10 @@ import pickle
 import sys
 import threading
 
-import nalora
+import numpy as np
 import pytest
+
+import nalora
 
 INF = 1e20
 
@@ -51,7 +53,6 @@ class Half:
 
 
 def test_converted_arguments():
-    np = pytest.importorskip("numpy")
     x = nalora.var(lb=Half(), ub=np.float32(2), vartype=np.int64(2))
     assert values(x) == (0.5, 2.0, -INF, 2)
     x.ub = True
@@ -61,7 +62,7 @@ def test_converted_arguments():
 
 
 @pytest.mark.parametrize(
-    "args, keywords, error",
+    ("args", "keywords", "error"),
     [
         (("a", 0, 1, 2, 0, 5), {}, TypeError),
         (("a",), {"name": "b"}, TypeError),
@@ -107,7 +108,7 @@ def test_binaries_are_clamped_at_construction_only():
     assert x.lb == 9.0
 
 
-@pytest.mark.parametrize("infinite, stored", [(1e20, INF), (5e20, INF), (float("inf"), INF)])
+@pytest.mark.parametrize(("infinite", "stored"), [(1e20, INF), (5e20, INF), (float("inf"), INF)])
 def test_bounds_round_trip_in_any_order(infinite, stored):
     x = nalora.var()
     for ub in (3.5, 0, infinite, 1, -2.25, 1e19, infinite):
@@ -288,7 +289,7 @@ def test_copies_are_the_variable_itself_and_pickling_is_refused():
     assert copy.copy(x) is x
     assert copy.deepcopy([x])[0] is x
     for protocol in range(pickle.HIGHEST_PROTOCOL + 1):
-        with pytest.raises(TypeError, match="cannot pickle 'nalora.var' object"):
+        with pytest.raises(TypeError, match=r"cannot pickle 'nalora\.var' object"):
             pickle.dumps(x, protocol)
 
 

@@ -4,9 +4,10 @@ import gc
 import math
 import sys
 
-import nalora
 import numpy as np
 import pytest
+
+import nalora
 
 x, y, z = (nalora.var(name) for name in "xyz")
 VALUES = {x: 2.0, y: -0.5, z: 0.0}
@@ -17,7 +18,7 @@ def value(*objects, **keywords):
 
 
 @pytest.mark.parametrize(
-    "make, expected",
+    ("make", "expected"),
     [
         (lambda: x, 2.0),
         (lambda: 3 * x, 6.0),
@@ -60,7 +61,7 @@ def test_nesting_is_kept():
 
 
 @pytest.mark.parametrize(
-    "call, error, text",
+    ("call", "error", "text"),
     [
         (
             lambda: nalora.evaluate(x),

@@ -2,8 +2,9 @@
 
 import time
 
-import nalora
 import pytest
+
+import nalora
 
 x, y, z = (nalora.var(name) for name in "xyz")
 f, g = x / y, abs(z)
@@ -11,7 +12,7 @@ NONLINEAR = type(f)
 
 
 @pytest.mark.parametrize(
-    "make, text",
+    ("make", "text"),
     [
         # sums are flat, their number comes last
         (lambda: f + x, "((x / y) + x)"),

@@ -1,6 +1,23 @@
-"""What a problem holds, read back through a model file."""
+"""Shared by the tests of this folder: what a problem holds, read back through a model file."""
 
+import re
 from collections import defaultdict
+
+import pytest
+
+import nalora
+
+
+def fails(text, error=nalora.ModelError):
+    return pytest.raises(error, match=re.escape(text) if text else None)
+
+
+def is_same(left, right):
+    return len(left) == len(right) and all(a is b for a, b in zip(left, right))
+
+
+def sizes(p):
+    return p.attributes.cols, p.attributes.rows, p.attributes.sets
 
 
 def read_back(problem, directory):
@@ -30,7 +47,7 @@ def read_back(problem, directory):
         elif section in ("RHS", "RANGES"):
             model[section][fields[1]] = float(fields[2])
         elif section == "QCMATRIX":
-            model[section][(row, fields[0], fields[1])] = float(fields[2])
+            model[section][(row, *sorted(fields[:2]))] = float(fields[2])
         elif section == "SOS":
             if fields[0] in ("S1", "S2"):
                 entry = model[section][fields[1]] = (fields[0], {})

@@ -1,25 +1,11 @@
 """Deleting variables, constraints and sets, and everything that refers to them by index."""
 
 import random
-import re
 
 import pytest
-from model_file import read_back
+from model_file import fails, is_same, read_back, sizes
 
 import nalora
-
-
-@pytest.fixture(autouse=True)
-def _silent():
-    nalora.setOutputEnabled(False)
-
-
-def fails(text, error=nalora.ModelError):
-    return pytest.raises(error, match=re.escape(text))
-
-
-def is_same(left, right):
-    return len(left) == len(right) and all(a is b for a, b in zip(left, right))
 
 
 def model(columns=6, rows=4):
@@ -85,7 +71,7 @@ def test_refusals_change_nothing(args, kwargs, text):
         p.delConstraint([c[0], s[0]])
     for got, had in ((p.getVariable(), x), (p.getConstraint(), c), (p.getSOS(), s)):
         assert is_same(got, had)
-    assert (p.attributes.cols, p.attributes.rows, p.attributes.sets) == (6, 4, 3)
+    assert sizes(p) == (6, 4, 3)
 
 
 def test_a_column_that_an_indicator_needs_stays():

@@ -11,11 +11,6 @@ import nalora
 INF = nalora.infinity
 
 
-@pytest.fixture(autouse=True)
-def _silent():
-    nalora.setOutputEnabled(False)
-
-
 def full_model():
     x, y, z = nalora.var("x", ub=4), nalora.var("y", lb=-INF), nalora.var("z", vartype=1)
     s = nalora.var("s", ub=9, threshold=2, vartype=nalora.semicontinuous)

@@ -148,7 +148,7 @@ def test_registered_variable_is_the_objective(xyz):
         (lambda x, y: [[1, 2]], "not a variable, constraint, or expression"),
         (lambda x, y: [[x, 3]], "Incorrect objects added as variables to problem"),
         (lambda x, y: [[x, x]], "Variable already added to problem"),
-        (lambda x, y: [x + y], ""),
+        (lambda x, y: [x + y], "not been added"),
         (lambda x, y: [x <= 3], "Variable in linear part of constraint has not been added"),
         (lambda x, y: [x, [x <= 3, x]], "Invalid constraint"),
     ],
@@ -178,6 +178,16 @@ def test_exploding_declarations(xyz):
             p.getVariable()
     p.__init__(x, exploding.__name__)
     assert sizes(p) == (1, 0, 0)
+
+
+def test_array_that_contains_itself():
+    array = np.empty(1, dtype=object)
+    array[0] = array
+    try:
+        with pytest.raises(nalora.ModelError, match="Maximum recursion"):
+            nalora.problem(array)
+    finally:
+        array[0] = None
 
 
 # ---- half-made problems -----------------------------------------------------------------------
@@ -307,18 +317,18 @@ def test_lookups_by_index(looked_up):
         ({"first": 0, "last": -3}, nalora.ModelError, "must be both nonnegative when specified"),
         ({"first": 4}, nalora.ModelError, "'first' and 'last' are out of range"),
         ({"first": 0, "last": 4}, nalora.ModelError, "'first' and 'last' are out of range"),
-        ({"first": 3, "last": 1}, SystemError, ""),
+        ({"first": 3, "last": 1}, SystemError, "beyond 'last'"),
         ({"index": 4}, IndexError, "list index out of range"),
         ({"index": -1}, IndexError, "list index out of range"),
-        ({"index": 1 << 70}, IndexError, ""),
+        ({"index": 1 << 70}, IndexError, None),
         ({"index": [0, -1]}, IndexError, "list index out of range"),
         ({"index": [1, "a"]}, nalora.ModelError, "^Error in index list"),
         ({"index": "a"}, nalora.ModelError, "must contain only integers$"),
         ({"index": 1.0}, nalora.ModelError, "must contain only integers$"),
-        ({"index": exploding(0)}, Boom, ""),
-        ({"first": "a"}, TypeError, ""),
-        ({"first": 1 << 40}, OverflowError, ""),
-        ({"indices": 1}, TypeError, ""),
+        ({"index": exploding(0)}, Boom, None),
+        ({"first": "a"}, TypeError, None),
+        ({"first": 1 << 40}, OverflowError, None),
+        ({"indices": 1}, TypeError, None),
     ],
     ids=str,
 )
@@ -374,6 +384,19 @@ def test_reset(looked_up):
     p.setObjective(x[0])
     p.solve()
     assert p.getObjVal() == 0
+
+
+def test_refused_reset_changes_nothing(looked_up):
+    p, x, *_ = looked_up
+    nalora.controls.presolve = 77
+    try:
+        with pytest.raises(nalora.SolverError, match="presolve"):
+            p.reset()
+    finally:
+        nalora.setdefaultcontrol("presolve")
+    assert same(p.getVariable(), x)
+    assert p.getIndex(x[3]) == 3
+    assert sizes(p) == (4, 4, 3)
 
 
 def test_copy_shares_objects_but_not_the_model(looked_up):

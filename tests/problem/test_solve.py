@@ -1,7 +1,6 @@
 """Solving: known results, edits between solves, stopping, threads."""
 
 import os
-import re
 import subprocess
 import sys
 import textwrap
@@ -9,19 +8,11 @@ import threading
 import time
 
 import pytest
+from model_file import fails
 
 import nalora
 
 INF = nalora.infinity
-
-
-@pytest.fixture(autouse=True)
-def _silent():
-    nalora.setOutputEnabled(False)
-
-
-def fails(text, error=nalora.SolverError):
-    return pytest.raises(error, match=re.escape(text))
 
 
 def solve(p, flags=""):
@@ -50,26 +41,15 @@ def test_linear_problems_with_duals(flags):
     assert p.getRCost() == pytest.approx([0, 0], abs=1e-6)
 
 
-def test_reduced_costs_tell_what_a_bound_is_worth():
-    x, y = nalora.var(ub=3), nalora.var()
-    p = nalora.problem(x, y, x + y >= 5, x + 4 * y)
-    p.solve()
-    assert p.getRCost() == pytest.approx([-3, 0])
-    p.chgbounds([x], ["U"], [4])
-    p.solve()
-    assert p.getObjVal() == pytest.approx(3 + 4 * 2 - 3)
-
-
 def test_statuses():
     x = nalora.var()
     p = nalora.problem(x, x >= 2, x <= 1)
     p.solve()
-    assert p.getProbStatus() == nalora.lp_infeas
-    assert p.getProbStatusString() == "lp_infeas"
+    assert (p.getProbStatus(), p.getProbStatusString()) == (nalora.lp_infeas, "lp_infeas")
     p.delConstraint(1)
     p.setObjective(x, sense=nalora.maximize)
     p.solve()
-    assert p.getProbStatusString() == "lp_unbounded"
+    assert (p.getProbStatus(), p.getProbStatusString()) == (nalora.lp_unbounded, "lp_unbounded")
     z = nalora.var(vartype=nalora.integer)
     p.addVariable(z)
     p.addConstraint(2 * z == 3)
@@ -129,7 +109,7 @@ def test_nonconvex_problems_say_so():
         "The problem was determined to be nonconvex, and the optimizer cannot solve it. Call "
         "nlpoptimize() to find a solution using SLP"
     )
-    with fails(text):
+    with fails(text, nalora.SolverError):
         p.solve()
     assert p.getProbStatusString() == "lp_nonconvex"
     p.setObjective(x + y)
@@ -202,21 +182,19 @@ def hard(rows=40, columns=60):
         slack += [up, down]
     p.setObjective(sum(slack))
     return p
-
-nalora.setOutputEnabled(False)
 """
 
 
-def run(code, **kwargs):
+def run(code):
+    code = HARD + "nalora.setOutputEnabled(False)\n" + textwrap.dedent(code)
     env = {**os.environ, "PYTHONPATH": os.pathsep.join(p for p in sys.path if p)}
     return subprocess.run(
-        [sys.executable, "-c", HARD + textwrap.dedent(code)],
+        [sys.executable, "-W", "ignore", "-c", code],  # forking beside threads makes a warning
         env=env,
         capture_output=True,
         text=True,
         timeout=60,
         check=False,
-        **kwargs,
     )
 
 
@@ -234,7 +212,7 @@ def test_ctrl_c_stops_a_solve(method):
         try:
             p.{method}()
         except KeyboardInterrupt:
-            print("interrupted", time.monotonic() - start < 1.6)
+            print("interrupted", time.monotonic() - start < 2)
         print(p.attributes.stopstatus == nalora.stop_ctrlc, p.getProbStatusString())
         print(len(p.getSolution()) == p.attributes.cols, p.getObjVal() > 0)
         p.controls.timelimit = 0.2
@@ -267,19 +245,6 @@ def test_exceptions_of_other_signal_handlers_end_a_solve():
     assert (result.stdout, result.stderr) == ("alarm True\n", "")
 
 
-def test_interrupting_from_another_thread():
-    scope = {}
-    exec(HARD, scope)
-    p = scope["hard"]()
-    stopper = threading.Timer(0.5, p.interrupt, [nalora.stop_user])
-    stopper.start()
-    start = time.monotonic()
-    p.solve()
-    stopper.join()
-    assert time.monotonic() - start < 5
-    assert p.attributes.stopstatus == nalora.stop_user
-
-
 def test_a_problem_that_is_being_solved_is_busy():
     scope = {}
     exec(HARD, scope)
@@ -304,6 +269,7 @@ def test_a_problem_that_is_being_solved_is_busy():
             change()
     p.interrupt(nalora.stop_user)
     solver.join()
+    assert p.attributes.stopstatus == nalora.stop_user
     assert len(p.getVariable()) == len(variables) == p.attributes.cols
     p.addVariable(new)
     assert p.getIndex(new) == len(variables)

@@ -8,6 +8,7 @@
 #include "module/parts.hpp"
 #include "module/state.hpp"
 #include "support/gil.hpp"
+#include "support/interpreter.hpp"
 
 namespace nalora {
 
@@ -92,6 +93,7 @@ void deliver(void* object, void* data, void* thread, const char* text, int type,
 // A handler's exception stays pending: it stops a running solve and is raised after the call.
 int handler_trampoline(void* object, void* data, void* thread, const char* text, int type,
                        int code) noexcept {
+    if (interpreter_is_finalizing()) return 0;
     const GilHeld gil;
     if (PyErr_Occurred() != nullptr) return 0;
     if (guarded([&] { deliver(object, data, thread, text, type, code); }) == 0) return 0;

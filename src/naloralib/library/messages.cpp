@@ -8,6 +8,7 @@
 #include "module/parts.hpp"
 #include "module/state.hpp"
 #include "support/gil.hpp"
+#include "support/interpreter.hpp"
 
 namespace nalora {
 
@@ -73,6 +74,7 @@ const PyMethodDef kOutputFunctions[] = {
 
 bool print_message(const char* text) noexcept {
     if (text == nullptr || exchange_output_flag(-1) == 0) return true;
+    if (interpreter_is_finalizing()) return true;
     const GilHeld gil;
     PyObject *type, *value, *traceback;
     PyErr_Fetch(&type, &value, &traceback);

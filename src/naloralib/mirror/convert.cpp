@@ -331,8 +331,7 @@ int32_t conv_obj2index(PyObject* object, ProblemObject* problem, Conv kind) {
     if (is_var(object) && (kind == Conv::col || rowcol)) {
         const int32_t index = problem->variable_index->find(var_serial(as_var(object)));
         if (index < 0) raise(model_error(), "Variable %S not in problem", object);
-        // The combined numbering is left by subtracting where rowcol_to_obj subtracts too: callers
-        // rely on variables being the negative numbers.
+        // A variable becomes negative here; rowcol_to_obj numbers columns upwards behind the rows.
         return rowcol ? index - first_column_index(problem) : index;
     }
     if (is_constraint(object) && (kind == Conv::row || rowcol)) {

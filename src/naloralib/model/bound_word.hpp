@@ -11,8 +11,8 @@
 namespace nalora {
 
 struct BoundField {
-    int shift;         // of the code; the flag is the bit behind it
-    bool lower;        // infinite at or below the first, otherwise at or above it
+    int shift;   // of the code; the flag is the bit behind it
+    bool lower;  // infinite at or below the first, otherwise at or above it
     double infinite;
     double common[3];  // the infinite value among them
     NumberTable table;
@@ -31,10 +31,16 @@ inline double read_bound(const BoundField& field, uint64_t word, uint64_t serial
     return value;
 }
 
-inline void write_bound(const BoundField& field, uint64_t& word, uint64_t serial, double bound) {
+// The bound as it is stored (infinite values become the infinite value), and its code.
+inline uint64_t bound_code(const BoundField& field, double& bound) noexcept {
     if (field.lower ? bound <= field.infinite : bound >= field.infinite) bound = field.infinite;
     uint64_t code = 0;
     while (code < 3 && bound != field.common[code]) ++code;  // NaN is kept in the table too
+    return code;
+}
+
+inline void write_bound(const BoundField& field, uint64_t& word, uint64_t serial, double bound) {
+    const uint64_t code = bound_code(field, bound);
     if (code == 3) {
         store_number(field.table, serial, bound);
         word |= field.flag();

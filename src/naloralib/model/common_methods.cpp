@@ -22,6 +22,7 @@ void require_value(PyObject* value, const char* type, PyObject* name) {
     }
 }
 
+// May run Python code (__float__): read the object's fields afterwards, not before.
 double float_value(PyObject* value) {
     const double result = PyFloat_AsDouble(value);
     if (result == -1.0 && PyErr_Occurred() != nullptr) throw PythonError();

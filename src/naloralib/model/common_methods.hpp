@@ -20,15 +20,18 @@ double float_value(PyObject* value);
 unsigned long long integer_bits(PyObject* value);
 
 // Rows of a method table that every modeling type has.
-#define NALORA_VALUE_METHODS                                                                   \
-    {"__copy__", copy_is_self, METH_NOARGS, "__copy__($self)\n--\n\nThe object itself."},      \
-        {"__deepcopy__", copy_is_self, METH_O,                                                 \
-         "__deepcopy__($self, memo, /)\n--\n\nThe object itself."}
-#define NALORA_NO_PICKLING                                                                     \
-    {"__reduce__", refuse_pickling, METH_NOARGS,                                               \
-     "__reduce__($self)\n--\n\nRaises TypeError: modeling objects cannot be pickled."},        \
-        {"__reduce_ex__", refuse_pickling, METH_O,                                             \
-         "__reduce_ex__($self, protocol, /)\n--\n\nRaises TypeError: modeling objects cannot " \
-         "be pickled."}
+#define NALORA_VALUE_METHODS                                                                \
+    {"__copy__", copy_is_self, METH_NOARGS, "__copy__($self)\n--\n\nThe object itself."}, { \
+        "__deepcopy__", copy_is_self, METH_O,                                               \
+            "__deepcopy__($self, memo, /)\n--\n\nThe object itself."                        \
+    }
+#define NALORA_NO_PICKLING                                                                        \
+    {"__reduce__", refuse_pickling, METH_NOARGS,                                                  \
+     "__reduce__($self)\n--\n\nRaises TypeError: modeling objects cannot be pickled."},           \
+    {                                                                                             \
+        "__reduce_ex__", refuse_pickling, METH_O,                                                 \
+            "__reduce_ex__($self, protocol, /)\n--\n\nRaises TypeError: modeling objects cannot " \
+            "be pickled."                                                                         \
+    }
 
 }  // namespace nalora

@@ -34,8 +34,10 @@ Ref without_constant(PyObject* object) {
     return result;
 }
 
+// The comparison that holds when the two sides change places.
 int mirrored(int op) noexcept { return op == Py_LE ? Py_GE : op == Py_GE ? Py_LE : op; }
 
+// Nonlinear bodies: the number in a sum, or either side of a difference.
 void move_constant_of_node(Sides& sides) {
     const NonlinearObject* node = as_nonlinear(sides.body.get());
     if (node->op == Op::sum) {
@@ -56,6 +58,7 @@ void move_constant_of_node(Sides& sides) {
     }
 }
 
+// Any operands: their difference, taken apart.
 Sides general_sides(PyObject* a, PyObject* b, int op) {
     Sides sides{subtract(a, b), 0.0, op};
     switch (kind_of(sides.body.get())) {
@@ -94,27 +97,34 @@ Sides split(PyObject* a, PyObject* b, int op) {
     return general_sides(a, b, op);
 }
 
+// Two numbers meet here when arrays are compared element by element.
 Ref numeric_body(PyObject* a) {
     Ref result = new_expression();
     result.as<ExpressionObject>()->constant = number_value(a);
     return result;
 }
 
+// The array's own comparison and no other: the interpreter's would come back to us when the array
+// gives up, as some versions of NumPy do when an element raises an error.
+Ref compared_by_numpy(PyObject* array, PyObject* other, int op) {
+    Ref result = take(Py_TYPE(array)->tp_richcompare(array, other, op));
+    if (result.get() == Py_NotImplemented) {
+        raise(model_error(),
+              "NumPy could not compare the array with <%S>: compare element by element", other);
+    }
+    return result;
+}
+
 Ref constraint_from(PyObject* a, PyObject* b, int op) {
     Sides sides = split(a, b, op);
     if (sides.op == Py_LT || sides.op == Py_GT || sides.op == Py_NE) {
-        raise(model_error(),
-              "Invalid constraint: cannot enforce f(x) != 0, f(x) > 0, or f(x) < 0");
+        raise(model_error(), "Invalid constraint: cannot enforce f(x) != 0, f(x) > 0, or f(x) < 0");
     }
     if (sides.op != Py_LE && sides.op != Py_EQ && sides.op != Py_GE) {
         raise(model_error(), "Invalid constraint: unrecognized comparison operator");
     }
-    Ref result = new_constraint();
-    auto* c = result.as<ConstraintObject>();
-    c->body = sides.body.release();
-    if (sides.op != Py_LE) constraint_set_lower(c, sides.rhs);
-    if (sides.op != Py_GE) constraint_set_upper(c, sides.rhs);
-    return result;
+    return new_constraint(std::move(sides.body), sides.op != Py_LE ? sides.rhs : -kInfinity,
+                          sides.op != Py_GE ? sides.rhs : kInfinity);
 }
 
 }  // namespace
@@ -126,8 +136,7 @@ Ref compare(PyObject* a, PyObject* b, int op) {
     }
     if (kb == Kind::invalid && is_array(b)) {
         if (is_array(a)) raise(interface_error(), "Ill-defined constraint array");
-        const int reversed = op == Py_LE || op == Py_GE ? mirrored(op) : Py_EQ;
-        return take(PyObject_RichCompare(b, a, reversed));
+        return compared_by_numpy(b, a, op == Py_LE || op == Py_GE ? mirrored(op) : Py_EQ);
     }
     if (ka == Kind::invalid && kb == Kind::invalid) require_kind(a);
     return constraint_from(a, b, op);

@@ -12,6 +12,8 @@ namespace nalora {
 
 namespace {
 
+// The descriptor word: bits 0 to 56 serial number, 57 to 59 lower bound, 60 to 62 upper bound, 63
+// whether the table holds a name. A word with nothing but a serial is a free row without name.
 constexpr BoundField kLower{
     57, true, -kInfinity, {-kInfinity, 0.0, 1.0}, &SideTables::constraint_lower};
 constexpr BoundField kUpper{
@@ -46,8 +48,7 @@ Ref constraint_name(const ConstraintObject* c) {
     return Ref::borrow(name);
 }
 
-void constraint_append_name(const ConstraintObject* c, std::string& buffer,
-                            std::size_t max_bytes) {
+void constraint_append_name(const ConstraintObject* c, std::string& buffer, std::size_t max_bytes) {
     if ((c->word & kNameFlag) == 0) {
         return append_default_name('R', constraint_serial(c), buffer);
     }
@@ -55,17 +56,26 @@ void constraint_append_name(const ConstraintObject* c, std::string& buffer,
 }
 
 void constraint_set_name(ConstraintObject* c, PyObject* name) {
-    Ref old =
-        exchange_name(&SideTables::constraint_name, constraint_serial(c), Ref::borrow(name));
+    Ref old = exchange_name(&SideTables::constraint_name, constraint_serial(c), Ref::borrow(name));
     c->word |= kNameFlag;
     release_nested(old.release());
 }
 
-Ref new_constraint() {
+Ref new_constraint() { return new_constraint(Ref(), -kInfinity, kInfinity); }
+
+// Serial number and bounds take one visit to the tables: rows are made by the hundred thousand.
+Ref new_constraint(Ref body, double lower, double upper) {
+    const uint64_t lower_code = bound_code(kLower, lower), upper_code = bound_code(kUpper, upper);
     Ref object = ConstraintObjects::make();
     auto* c = object.as<ConstraintObject>();
-    c->word = take_constraint_serial();
+    c->word = 0;
     c->body = nullptr;
+    c->word = take_constraint_serial(lower_code == 3 ? &lower : nullptr,
+                                     upper_code == 3 ? &upper : nullptr);
+    c->word |= lower_code << kLower.shift | upper_code << kUpper.shift;
+    if (lower_code == 3) c->word |= kLower.flag();
+    if (upper_code == 3) c->word |= kUpper.flag();
+    c->body = body.release();
     return object;
 }
 
@@ -80,10 +90,12 @@ void constraint_renew_serial(ConstraintObject* c) {
 
 void constraint_release_tables(ConstraintObject* c) noexcept {
     if ((c->word & kAnyTable) == 0) return;
-    const uint64_t serial = constraint_serial(c);
-    if ((c->word & kLower.flag()) != 0) erase_number(kLower.table, serial);
-    if ((c->word & kUpper.flag()) != 0) erase_number(kUpper.table, serial);
-    if ((c->word & kNameFlag) != 0) erase_name(&SideTables::constraint_name, serial);
+    const auto table_if = [c](uint64_t flag, auto table) {
+        return (c->word & flag) != 0 ? table : nullptr;
+    };
+    erase_constraint(constraint_serial(c), table_if(kLower.flag(), kLower.table),
+                     table_if(kUpper.flag(), kUpper.table),
+                     table_if(kNameFlag, &SideTables::constraint_name));
 }
 
 }  // namespace nalora

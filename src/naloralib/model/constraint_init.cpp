@@ -11,7 +11,7 @@ namespace {
 // Twice infinity marks a bound that was not given.
 constexpr double kNotGiven = 2.0 * kInfinity;
 constexpr double kFeasibilityTolerance = 1.0e-6;
-constexpr int kLeq = 1, kGeq = 2, kEq = 3;
+constexpr int kLeq = 1, kGeq = 2, kEq = 3;  // nalora.leq, .geq, .eq
 
 struct Arguments {
     PyObject* constraint = nullptr;
@@ -53,9 +53,9 @@ Ref body_of(PyObject* given) {
     return body;
 }
 
+// Of the very type only: what a subclass adds would be lost without a word.
 Ref body_of_constraint(PyObject* given) {
-    const bool usable =
-        Py_TYPE(given) == &ConstraintType && as_constraint(given)->body != nullptr;
+    const bool usable = Py_TYPE(given) == &ConstraintType && as_constraint(given)->body != nullptr;
     if (!usable) {
         raise(model_error(),
               "Attempt to generate an empty constraint failed. Consider using "
@@ -64,6 +64,8 @@ Ref body_of_constraint(PyObject* given) {
     return Ref::borrow(as_constraint(given)->body);
 }
 
+// Either a bound (or both), or a sense with its right-hand side. A sense alone is accepted and
+// leaves the constraint free.
 void check_combination(const Arguments& a) {
     const bool bounds_given = a.lower_given() || a.upper_given();
     if (a.body == nullptr || (a.sense == 0 && !bounds_given)) {
@@ -79,6 +81,7 @@ void check_combination(const Arguments& a) {
 }  // namespace
 
 void constraint_init(ConstraintObject* c, PyObject* args, PyObject* keywords) {
+    // Called again on a constraint it starts afresh; only the name stays unless a new one is given.
     constraint_renew_serial(c);
     assign_field(c->body, Ref());
     constraint_set_lower(c, -kInfinity);
@@ -98,6 +101,7 @@ void constraint_init(ConstraintObject* c, PyObject* args, PyObject* keywords) {
         constraint_set_lower(c, constraint_lower(source));
         constraint_set_upper(c, constraint_upper(source));
     } else {
+        // With an rhs but without one of the three senses nothing is set.
         check_combination(a);
         if (a.rhs_given() && (a.sense == kGeq || a.sense == kEq)) constraint_set_lower(c, a.rhs);
         if (a.rhs_given() && (a.sense == kLeq || a.sense == kEq)) constraint_set_upper(c, a.rhs);

@@ -8,6 +8,7 @@ namespace nalora {
 
 using ConstraintObjects = FreeList<ConstraintObject, ConstraintType>;
 
+Ref new_constraint(Ref body, double lower, double upper);  // fresh serial, default name
 // Take a fresh serial number; what the side tables hold moves along.
 void constraint_renew_serial(ConstraintObject* c);
 // Drop the side tables' entries of a constraint that dies.

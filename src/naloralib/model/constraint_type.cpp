@@ -129,7 +129,8 @@ PyObject* copy(PyObject* self, PyObject*) noexcept {
 }
 
 PyMethodDef methods[] = {
-    {"copy", copy, METH_NOARGS, "copy($self)\n--\n\nReturn a copy of the constraint as a new object"},
+    {"copy", copy, METH_NOARGS,
+     "copy($self)\n--\n\nReturn a copy of the constraint as a new object"},
     {"__copy__", copy, METH_NOARGS, "__copy__($self)\n--\n\nThe same as copy()."},
     {"__deepcopy__", copy, METH_O, "__deepcopy__($self, memo, /)\n--\n\nThe same as copy()."},
     NALORA_NO_PICKLING,

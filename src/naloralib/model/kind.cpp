@@ -1,25 +1,26 @@
 // Which objects are numbers, and what kind of operand an object is.
 #include "model/operands.hpp"
 #include "support/numpy.hpp"
-#include <numpy/arrayscalars.h>
 
 namespace nalora {
 
 bool is_array(PyObject* o) noexcept { return PyArray_Check(o); }
 
+// NumPy's other scalar types (small and unsigned integers, half and extended precision, bool) are
+// no numbers to the operators.
 bool is_number(PyObject* o) noexcept {
-    return PyFloat_Check(o) || PyLong_Check(o) || PyArray_IsScalar(o, Float) ||
+    return PyLong_Check(o) || PyFloat_Check(o) || PyArray_IsScalar(o, Float) ||
            PyArray_IsScalar(o, Int) || PyArray_IsScalar(o, Long) || PyArray_IsScalar(o, LongLong);
-    // NumPy's double precision scalar is a Python float.
+    // NumPy's double precision scalar needs no test: it is a Python float.
 }
 
 double number_value(PyObject* o) {
-    if (PyFloat_Check(o)) return PyFloat_AS_DOUBLE(o);
     if (PyLong_Check(o)) {
         const double value = PyLong_AsDouble(o);
         if (value == -1.0 && PyErr_Occurred() != nullptr) throw PythonError();
         return value;
     }
+    if (PyFloat_Check(o)) return PyFloat_AS_DOUBLE(o);
     if (PyArray_IsScalar(o, Float)) return PyArrayScalar_VAL(o, Float);
     if (PyArray_IsScalar(o, Int)) return PyArrayScalar_VAL(o, Int);
     if (PyArray_IsScalar(o, Long)) return static_cast<double>(PyArrayScalar_VAL(o, Long));
@@ -27,6 +28,7 @@ double number_value(PyObject* o) {
 }
 
 Kind kind_of(PyObject* o) noexcept {
+    if (PyLong_Check(o) || PyFloat_Check(o)) return Kind::number;
     const auto is = [type = Py_TYPE(o)](PyTypeObject& base) {
         return type == &base || PyType_IsSubtype(type, &base) != 0;
     };

@@ -78,10 +78,9 @@ std::vector<Entry> merge_terms(std::span<const Entry> log) {
     if constexpr (requires(const Entry& e) { e.serial; }) {
         constexpr std::size_t kWorthwhile = 64;
         if (log.size() >= kWorthwhile) {
-            const auto [low, high] =
-                std::minmax_element(log.begin(), log.end(), [](const Entry& a, const Entry& b) {
-                    return a.serial < b.serial;
-                });
+            const auto [low, high] = std::minmax_element(
+                log.begin(), log.end(),
+                [](const Entry& a, const Entry& b) { return a.serial < b.serial; });
             const uint64_t range = high->serial - low->serial + 1;
             if (range <= 8 * log.size()) {
                 return merging::merge_by_position(log, low->serial, range);

@@ -7,6 +7,8 @@
 
 namespace nalora {
 
+// One operand at least is of no kind; the other one, which made the interpreter call us, decides
+// about the words.
 void refuse_operands(PyObject* a, PyObject* b, const MessageRow& messages) {
     const Kind ka = kind_of(a), kb = kind_of(b);
     const Kind known = ka != Kind::invalid ? ka : kb;
@@ -34,8 +36,7 @@ Ref negate(PyObject* a) {
         case Kind::linterm:
             return make_linterm(-as_linterm(a)->coef, as_linterm(a)->var);
         case Kind::quadterm:
-            return make_quadterm(-as_quadterm(a)->coef, as_quadterm(a)->var1,
-                                 as_quadterm(a)->var2);
+            return make_quadterm(-as_quadterm(a)->coef, as_quadterm(a)->var1, as_quadterm(a)->var2);
         case Kind::expression:
             return scaled_expression(as_expression(a), -1.0);
         default:
@@ -90,6 +91,8 @@ Ref divide_in_place(PyObject* a, PyObject* b) {
     return divide(a, b);
 }
 
+// No type has slots of its own: the interpreter then makes one call for two modeling operands, and
+// none of them needs to know the other's rules.
 PyNumberMethods make_slots() noexcept {
     PyNumberMethods slots{};
     slots.nb_add = binary_slot<add>;

@@ -28,7 +28,7 @@ void add_scaled_entries(LinearTerms& terms, std::span<const LinearEntry> entries
     }
 }
 
-// Both factors at most linear.
+// Both factors at most linear. Pairs that meet twice (x*y and y*x) add up as they are inserted.
 Ref multiply_out(const Factor& a, const Factor& b) {
     Ref result = new_expression();
     auto* e = result.as<ExpressionObject>();
@@ -40,8 +40,7 @@ Ref multiply_out(const Factor& a, const Factor& b) {
             const bool ordered = p.serial <= q.serial;
             const LinearEntry& first = ordered ? p : q;
             const LinearEntry& second = ordered ? q : p;
-            e->quadratic.add(
-                {first.serial, second.serial, first.var, second.var, p.coef * q.coef});
+            e->quadratic.add({first.serial, second.serial, first.var, second.var, p.coef * q.coef});
         }
     }
     return result;
@@ -51,6 +50,7 @@ Ref product_of_numbers(PyObject* a, PyObject* b) {
     return make_float(operand_value(a) * operand_value(b));
 }
 
+// Times one a variable stays itself, times zero everything linear becomes the number 0.
 Ref scaled_var(double factor, PyObject* x) {
     if (factor == 1.0) return Ref::borrow(x);
     return make_linterm(factor, as_var(x));
@@ -125,6 +125,8 @@ Ref expression_by_quadterm(PyObject* a, PyObject* b) {
     return nonlinear_product(a, b);
 }
 
+// What was never more than a constant scales the other factor. Of two factors with terms at most
+// one may be quadratic, and the other must then have lost all of its terms.
 Ref expressions(PyObject* a, PyObject* b) {
     const ExpressionObject *e = as_expression(a), *f = as_expression(b);
     if (is_constant(e)) return scaled_expression(f, e->constant);
@@ -136,6 +138,7 @@ Ref expressions(PyObject* a, PyObject* b) {
     return nonlinear_product(a, b);
 }
 
+// A nonlinear product has rules of its own for numbers, so constants go there as numbers.
 Ref expression_and_nonlinear(PyObject* a, PyObject* b) {
     const ExpressionObject* e = as_expression(a);
     if (is_constant(e)) return nonlinear_product(make_float(e->constant).get(), b);
@@ -150,6 +153,7 @@ Ref nonlinear_and_expression(PyObject* a, PyObject* b) {
 constexpr auto nonlinear = nonlinear_product;
 constexpr Kind V = Kind::var, L = Kind::linterm, Q = Kind::quadterm, E = Kind::expression;
 
+// Rows: left operand; columns: right operand; in the order of the kinds' codes.
 constexpr OperatorTable<Builder> kBuilders = {{
     {product_of_numbers, by_number<V>, by_number<L>, by_number<Q>, by_number<E>, nonlinear},
     {number_right<V>, linear<V, V>, linear<V, L>, nonlinear, linear_by_expression<V>, nonlinear},
@@ -168,7 +172,8 @@ constexpr MessageRow kMessages = {"Invalid operands in multiplication",
 
 Ref multiply(PyObject* a, PyObject* b) {
     const Kind ka = operand_kind(a), kb = operand_kind(b);
-    if (ka != Kind::invalid && kb != Kind::invalid) [[likely]] return kBuilders.find(ka, kb)(a, b);
+    if (ka != Kind::invalid && kb != Kind::invalid) [[likely]]
+        return kBuilders.find(ka, kb)(a, b);
     if (is_array(b)) return take(PyNumber_Multiply(b, a));
     refuse_operands(a, b, kMessages);
 }

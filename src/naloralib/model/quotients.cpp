@@ -50,6 +50,8 @@ Ref quadterm_by_number(PyObject* a, PyObject* b) {
 Ref expression_by_number(PyObject* a, PyObject* b) {
     const double divisor = operand_value(b);
     if (divisor == 0.0) refuse_zero();
+    // Every coefficient is multiplied by the same reciprocal, which may differ from a true division
+    // in the last bit but is one division instead of many.
     const double reciprocal = 1.0 / divisor;
     if (reciprocal == 0.0) return new_expression();
     return scaled_expression(as_expression(a), reciprocal);
@@ -67,6 +69,7 @@ Ref vars(PyObject* a, PyObject* b) {
     return nonlinear_quotient(a, b);
 }
 
+// The ratio of like terms is a number.
 template <Kind B>
 Ref linterm_by_linear(PyObject* a, PyObject* b) {
     const auto [coef, x] = linear_pair<B>(b);
@@ -86,6 +89,7 @@ Ref by_expression(PyObject* a, PyObject* b) {
 constexpr auto node = nonlinear_quotient;
 constexpr Kind V = Kind::var, L = Kind::linterm;
 
+// Rows: left operand; columns: right operand; in the order of the kinds' codes.
 constexpr OperatorTable<Builder> kQuotients = {{
     {quotient_of_numbers, number_by_var, node, node, by_expression<quotient_of_numbers>, node},
     {var_by_number, vars, node, node, by_expression<var_by_number>, node},
@@ -111,6 +115,7 @@ Ref number_base(PyObject* a, PyObject* b) {
     return nonlinear_power(a, b);
 }
 
+// Exponents 0, 1 and 2 stay in the quadratic world where the base allows it.
 Ref var_base(PyObject* a, PyObject* b) {
     const double exponent = operand_value(b);
     if (exponent == 1.0) return Ref::borrow(a);
@@ -128,6 +133,7 @@ Ref linterm_base(PyObject* a, PyObject* b) {
     return nonlinear_power(a, b);
 }
 
+// Already quadratic: only the exponent 1 does not leave it.
 Ref quadterm_base(PyObject* a, PyObject* b) {
     if (operand_value(b) == 1.0) return Ref::borrow(a);
     return nonlinear_power(a, b);
@@ -167,7 +173,8 @@ constexpr MessageRow kPowerMessages = {"Invalid operands in exponentiation",
 
 Ref divide(PyObject* a, PyObject* b) {
     const Kind ka = operand_kind(a), kb = operand_kind(b);
-    if (ka != Kind::invalid && kb != Kind::invalid) [[likely]] return kQuotients.find(ka, kb)(a, b);
+    if (ka != Kind::invalid && kb != Kind::invalid) [[likely]]
+        return kQuotients.find(ka, kb)(a, b);
     if (is_array(b)) {
         const Ref reciprocals = take(PyNumber_TrueDivide(make_float(1.0).get(), b));
         return take(PyNumber_Multiply(reciprocals.get(), a));
@@ -177,7 +184,8 @@ Ref divide(PyObject* a, PyObject* b) {
 
 Ref power(PyObject* a, PyObject* b) {
     const Kind ka = operand_kind(a), kb = operand_kind(b);
-    if (ka != Kind::invalid && kb != Kind::invalid) [[likely]] return kPowers.find(ka, kb)(a, b);
+    if (ka != Kind::invalid && kb != Kind::invalid) [[likely]]
+        return kPowers.find(ka, kb)(a, b);
     if (is_array(b)) {
         raise(model_error(), "Cannot obtain a power with a vector as an exponent");
     }

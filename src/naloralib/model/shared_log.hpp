@@ -6,8 +6,9 @@
 // entry although every v keeps its value.
 //
 // Entry: trivially copyable, with retain<Owner>() and release<Owner>(). Owner: static functions
-// allocate (null on failure), reallocate, deallocate, and what the entries call. Releasing an entry
-// may run any code, also such that uses other views of the same log; everything else runs none.
+// allocate (null on failure), reallocate, deallocate (told the size), and what the entries call.
+// Releasing an entry may run any code, also such that uses other views of the same log; everything
+// else runs none.
 #pragma once
 
 #include <algorithm>
@@ -31,7 +32,7 @@ class SharedLog {
     SharedLog(SharedLog&& o) noexcept
         : block_(std::exchange(o.block_, nullptr)), length_(std::exchange(o.length_, 0)) {}
     SharedLog& operator=(SharedLog&& o) noexcept {
-        SharedLog old(std::move(*this));
+        const SharedLog old(std::move(*this));
         block_ = std::exchange(o.block_, nullptr);
         length_ = std::exchange(o.length_, 0);
         return *this;
@@ -89,9 +90,9 @@ class SharedLog {
     }
 
     void clear() noexcept {
+        if (block_ == nullptr) return;
         Block* block = std::exchange(block_, nullptr);
-        const uint32_t length = std::exchange(length_, 0);
-        if (block != nullptr) drop(block, length);
+        drop(block, std::exchange(length_, 0));
     }
 
   protected:
@@ -106,10 +107,11 @@ class SharedLog {
         // and, if only one view ends there, the size that those besides it do not exceed.
         uint32_t previous;
         uint32_t before_previous;
-        uint8_t views_at_end;
-        bool previous_is_single;
-        bool ascending;  // for the derived class; kept when entries are copied
-        bool pinned;     // spans of the entries may be in use
+        uint8_t views_at_end : 2;
+        bool previous_is_single : 1;
+        bool ascending : 1;       // for the derived class; kept when entries are copied
+        bool pinned : 1;          // spans of the entries may be in use
+        uint8_t inline_capacity;  // entries that fit behind this header, whether used or not
 
         Entry* inline_entries() noexcept { return reinterpret_cast<Entry*>(this + 1); }
     };
@@ -121,6 +123,9 @@ class SharedLog {
     // copied. Larger ones keep the entries apart, so that growing moves them without touching what
     // they refer to.
     static constexpr std::size_t kInlineCapacity = 16;
+    static constexpr std::size_t inline_bytes(std::size_t capacity) noexcept {
+        return sizeof(Block) + capacity * sizeof(Entry);
+    }
 
     SharedLog(Block* block, uint32_t length) noexcept : block_(block), length_(length) {}
 
@@ -145,18 +150,20 @@ class SharedLog {
     // A log of this view alone, without entries.
     static Block* make(std::size_t capacity) {
         const bool apart = capacity > kInlineCapacity;
-        void* memory = Owner::allocate(sizeof(Block) + (apart ? 0 : capacity * sizeof(Entry)));
+        const std::size_t inline_capacity = apart ? 0 : capacity;
+        void* memory = Owner::allocate(inline_bytes(inline_capacity));
         if (memory == nullptr) throw std::bad_alloc();
         Block* block = ::new (memory) Block{};
         block->entries = block->inline_entries();
         if (apart) {
             block->entries = static_cast<Entry*>(Owner::allocate(capacity * sizeof(Entry)));
             if (block->entries == nullptr) {
-                Owner::deallocate(block);
+                Owner::deallocate(block, inline_bytes(0));
                 throw std::bad_alloc();
             }
         }
         block->views = 1;
+        block->inline_capacity = static_cast<uint8_t>(inline_capacity);
         block->capacity = static_cast<uint32_t>(capacity);
         block->views_at_end = 1;
         block->ascending = true;
@@ -185,7 +192,8 @@ class SharedLog {
         if (b.pinned && !alone) return replace(capacity);
         void* memory;
         if (apart) {
-            memory = Owner::reallocate(b.entries, capacity * sizeof(Entry));
+            memory =
+                Owner::reallocate(b.entries, b.capacity * sizeof(Entry), capacity * sizeof(Entry));
             if (memory == nullptr) throw std::bad_alloc();
             b.entries = static_cast<Entry*>(memory);
         } else if (capacity > kInlineCapacity) {
@@ -194,10 +202,11 @@ class SharedLog {
             std::memcpy(memory, b.entries, b.size * sizeof(Entry));
             b.entries = static_cast<Entry*>(memory);
         } else if (alone) {
-            memory = Owner::reallocate(&b, sizeof(Block) + capacity * sizeof(Entry));
+            memory = Owner::reallocate(&b, inline_bytes(b.inline_capacity), inline_bytes(capacity));
             if (memory == nullptr) throw std::bad_alloc();
             block_ = static_cast<Block*>(memory);
             block_->entries = block_->inline_entries();
+            block_->inline_capacity = static_cast<uint8_t>(capacity);
         } else {
             return replace(capacity);
         }
@@ -226,7 +235,7 @@ class SharedLog {
         for (uint32_t i = end; i > size; --i) b.entries[i - 1].template release<Owner>();
     }
 
-    static void drop(Block* block, uint32_t length) noexcept {
+    [[gnu::noinline]] static void drop(Block* block, uint32_t length) noexcept {
         Block& b = *block;
         if (b.views == 1) return destroy(block);
         if (length == b.size) {
@@ -260,7 +269,7 @@ class SharedLog {
             return;
         }
         Entry cut[kFew];
-        std::copy(b.entries + start, b.entries + end, cut);
+        for (uint32_t i = start; i < end; ++i) cut[i - start] = b.entries[i];
         b.size = start;
         b.views_at_end = b.previous_is_single ? 1 : 0;
         if (b.previous_is_single) b.previous = b.before_previous;
@@ -270,8 +279,10 @@ class SharedLog {
 
     static void destroy(Block* block) noexcept {
         for (uint32_t i = 0; i < block->size; ++i) block->entries[i].template release<Owner>();
-        if (block->entries != block->inline_entries()) Owner::deallocate(block->entries);
-        Owner::deallocate(block);
+        if (block->entries != block->inline_entries()) {
+            Owner::deallocate(block->entries, block->capacity * sizeof(Entry));
+        }
+        Owner::deallocate(block, inline_bytes(block->inline_capacity));
     }
 };
 

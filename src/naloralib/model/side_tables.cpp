@@ -1,6 +1,7 @@
 #include "model/side_tables.hpp"
 
-#include <vector>
+#include <initializer_list>
+#include <mutex>
 
 #include "model/objects.hpp"
 #include "module/state.hpp"
@@ -87,19 +88,6 @@ Ref exchange_name(NameTable table, uint64_t serial, Ref name) {
     return Ref();
 }
 
-void erase_name(NameTable table, uint64_t serial) noexcept {
-    PyObject* old = nullptr;
-    {
-        const std::lock_guard guard(lock_of(table));
-        PyObject** found = tables != nullptr ? (tables->*table).find(serial) : nullptr;
-        if (found != nullptr) {
-            old = *found;
-            (tables->*table).erase(serial);
-        }
-    }
-    release_nested(old);
-}
-
 void move_name(NameTable table, uint64_t from, uint64_t to) {
     require_tables();
     const std::lock_guard guard(lock_of(table));
@@ -110,14 +98,58 @@ void move_name(NameTable table, uint64_t from, uint64_t to) {
     (tables->*table).erase(from);
 }
 
+namespace {
+
+// With the lock held. The name's reference goes to the caller.
+PyObject* erase_entries(uint64_t serial, std::initializer_list<NumberTable> numbers,
+                        NameTable name) noexcept {
+    if (tables == nullptr) return nullptr;
+    for (const NumberTable table : numbers) {
+        if (table != nullptr) (tables->*table).erase(serial);
+    }
+    if (name == nullptr) return nullptr;
+    PyObject** found = (tables->*name).find(serial);
+    if (found == nullptr) return nullptr;
+    PyObject* object = *found;
+    (tables->*name).erase(serial);
+    return object;
+}
+
+}  // namespace
+
+void erase_var(uint64_t serial, NumberTable lower, NumberTable upper, NumberTable threshold,
+               NameTable name) noexcept {
+    PyObject* old;
+    {
+        const std::lock_guard guard(locks().var);
+        old = erase_entries(serial, {lower, upper, threshold}, name);
+    }
+    release_nested(old);
+}
+
+void erase_constraint(uint64_t serial, NumberTable lower, NumberTable upper,
+                      NameTable name) noexcept {
+    PyObject* old;
+    {
+        const std::lock_guard guard(locks().constraint);
+        old = erase_entries(serial, {lower, upper}, name);
+    }
+    release_nested(old);
+}
+
 uint64_t take_var_serial() noexcept {
     const std::lock_guard guard(locks().var);
     return state().next_var_serial++;
 }
 
-uint64_t take_constraint_serial() noexcept {
+uint64_t take_constraint_serial(const double* lower, const double* upper) {
+    if (lower != nullptr || upper != nullptr) require_tables();
     const std::lock_guard guard(locks().constraint);
-    return state().next_constraint_serial++;
+    const uint64_t serial = state().next_constraint_serial++;
+    if (lower != nullptr) tables->constraint_lower.set(serial, *lower);
+    // Should this run out of memory, the other entry stays behind unused: serials do not come back.
+    if (upper != nullptr) tables->constraint_upper.set(serial, *upper);
+    return serial;
 }
 
 uint64_t take_sos_serial() noexcept {

@@ -30,12 +30,17 @@ void move_number(NumberTable table, uint64_t from, uint64_t to);
 PyObject* find_name(NameTable table, uint64_t serial) noexcept;
 // Returns the old name, for the caller to drop (release_nested) once its flag is set.
 [[nodiscard]] Ref exchange_name(NameTable table, uint64_t serial, Ref name);
-// Drops the reference too; for objects that die.
-void erase_name(NameTable table, uint64_t serial) noexcept;
 void move_name(NameTable table, uint64_t from, uint64_t to);
 
+// For objects that die: erase what the tables hold (null: nothing in that table) and drop the name.
+void erase_var(uint64_t serial, NumberTable lower, NumberTable upper, NumberTable threshold,
+               NameTable name) noexcept;
+void erase_constraint(uint64_t serial, NumberTable lower, NumberTable upper,
+                      NameTable name) noexcept;
+
 uint64_t take_var_serial() noexcept;
-uint64_t take_constraint_serial() noexcept;
+// With the bounds that do not fit the word stored (null: it fits).
+uint64_t take_constraint_serial(const double* lower = nullptr, const double* upper = nullptr);
 uint64_t take_sos_serial() noexcept;
 
 }  // namespace nalora

@@ -47,6 +47,7 @@ int init(PyObject* self, PyObject* args, PyObject* keywords) noexcept {
         const int number = type != nullptr ? type_of(type) : 1;
         if (!PyList_Check(weights)) raise(model_error(), "SOS weights must be passed as a list");
         if (!PyList_Check(indices)) raise(model_error(), "SOS indices must be passed as a list");
+        // Everything is checked: from here on nothing fails, so a set is never half changed.
         SosObject* set = as_sos(self);
         set->serial = serial;
         set->type = number;

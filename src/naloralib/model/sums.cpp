@@ -27,6 +27,7 @@ Ref fresh(PyObject* a, PyObject* b, double s) {
     return result;
 }
 
+// Like terms stay a term, or become the number 0.
 template <Kind A, Kind B>
 Ref linear(PyObject* a, PyObject* b, double s) {
     const auto [coef_a, x] = linear_pair<A>(a);
@@ -50,6 +51,7 @@ Ref with_number(PyObject* a, double number) {
     return result;
 }
 
+// Zero changes nothing: variables and linear terms stay the objects they are.
 template <Kind A>
 Ref number_right(PyObject* a, PyObject* b, double s) {
     const double number = operand_value(b);
@@ -81,6 +83,7 @@ Ref number_and_quadterm(PyObject* a, PyObject* b, double s) {
     return make_quadterm(s * as_quadterm(b)->coef, as_quadterm(b)->var1, as_quadterm(b)->var2);
 }
 
+// The step that sums are made of: it shares the terms of the left operand and appends to them.
 template <Kind B>
 Ref onto_left(PyObject* a, PyObject* b, double s) {
     Ref result = share_expression(as_expression(a));
@@ -88,6 +91,7 @@ Ref onto_left(PyObject* a, PyObject* b, double s) {
     return result;
 }
 
+// The right operand is shared likewise in a sum; in a difference it has to be copied.
 template <Kind A>
 Ref onto_right(PyObject* a, PyObject* b, double s) {
     Ref result = scaled_expression(as_expression(b), s);
@@ -109,6 +113,7 @@ Ref nonlinear(PyObject* a, PyObject* b, double s) {
 
 constexpr Kind N = Kind::number, V = Kind::var, L = Kind::linterm, Q = Kind::quadterm;
 
+// Rows: left operand; columns: right operand; in the order of the kinds' codes.
 constexpr OperatorTable<Builder> kBuilders = {{
     {numbers, number_and_var, number_and_linterm, number_and_quadterm, onto_right<N>, nonlinear},
     {number_right<V>, linear<V, V>, linear<V, L>, fresh<V, Q>, onto_right<V>, nonlinear},

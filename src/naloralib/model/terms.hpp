@@ -94,7 +94,8 @@ class Terms : private SharedLog<Entry, Owner> {
     // Add coef to the entry's coefficient. A zero coefficient adds nothing, but see ensure().
     void add(const Entry& entry) {
         if (entry.coef == 0.0) return;
-        if (!Log::has_room()) make_room(1);
+        if (!Log::has_room()) [[unlikely]]
+            make_room(1);
         push_term(entry);
     }
 
@@ -136,7 +137,7 @@ class Terms : private SharedLog<Entry, Owner> {
     // A log of at least so many terms is compacted before it grows, if that halves it.
     static constexpr std::size_t kCompactionSize = 1024;
 
-    void make_room(std::size_t extra) {
+    [[gnu::noinline]] void make_room(std::size_t extra) {
         if (!exists()) return Log::reserve(std::max(extra, Log::kFirstCapacity));
         const bool full = length_ + extra > block_->capacity;
         if (full && length_ >= kCompactionSize && !block_->ascending) {

@@ -36,6 +36,7 @@ Ref new_expression() {
     return object;
 }
 
+// Constant time: the terms are shared until one of the two expressions grows.
 Ref share_expression(const ExpressionObject* e) {
     Ref object = ExpressionObjects::make();
     auto* copy = object.as<ExpressionObject>();
@@ -50,7 +51,7 @@ Ref scaled_expression(const ExpressionObject* e, double factor) {
     Ref object = new_expression();
     auto* copy = object.as<ExpressionObject>();
     copy->constant = factor * e->constant;
-    copy->linear = e->linear.scaled(factor, 1);
+    copy->linear = e->linear.scaled(factor, 1);  // a term often follows, as in c - e + t
     copy->quadratic = e->quadratic.scaled(factor);
     return object;
 }
@@ -73,6 +74,7 @@ void set_item(const Ref& list, std::size_t index, Ref item) noexcept {
 
 Ref new_list(std::size_t size) { return take(PyList_New(static_cast<Py_ssize_t>(size))); }
 
+// Lists are filled while nobody else can see them, so that no Python code comes in between.
 Ref linear_lists(std::span<const LinearEntry> terms) {
     const Ref vars = new_list(terms.size()), coefs = new_list(terms.size());
     for (std::size_t i = 0; i < terms.size(); ++i) {

@@ -46,6 +46,7 @@ void add_coefficient(TextPieces& pieces, double coef, bool first) {
 
 }  // namespace
 
+// Terms and expressions print names as they are now, not as they were when the term was made.
 Ref linterm_text(const LintermObject* t) {
     TextPieces pieces;
     if (t->var == nullptr) return take(PyUnicode_FromString("<linear term without variable>"));

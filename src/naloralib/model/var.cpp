@@ -13,8 +13,10 @@ namespace nalora {
 
 namespace {
 
-constexpr BoundField kLower{
-    52, true, -kInfinity, {0.0, -kInfinity, 1.0}, &SideTables::var_lower};
+// The descriptor word: bits 0 to 51 serial number, 52 to 54 lower bound, 55 to 57 upper bound, 58
+// and 59 whether the tables hold a threshold and a name, 60 to 62 type. A word with nothing but a
+// serial is a continuous variable from 0 to infinity without threshold and name.
+constexpr BoundField kLower{52, true, -kInfinity, {0.0, -kInfinity, 1.0}, &SideTables::var_lower};
 constexpr BoundField kUpper{55, false, kInfinity, {kInfinity, 0.0, 1.0}, &SideTables::var_upper};
 constexpr uint64_t kThresholdFlag = uint64_t{1} << 58;
 constexpr uint64_t kNameFlag = uint64_t{1} << 59;
@@ -75,6 +77,7 @@ void var_set_name(VarObject* v, PyObject* name) {
     release_nested(old.release());
 }
 
+// The plainest variable costs one object of three words and no table entry.
 Ref new_var() {
     Ref object = VarObjects::make();
     object.as<VarObject>()->word = take_var_serial();
@@ -96,12 +99,14 @@ void var_renew_serial(VarObject* v) {
 }
 
 void var_release_tables(VarObject* v) noexcept {
-    if ((v->word & kAnyTable) == 0) return;
-    const uint64_t serial = var_serial(v);
-    if ((v->word & kLower.flag()) != 0) erase_number(kLower.table, serial);
-    if ((v->word & kUpper.flag()) != 0) erase_number(kUpper.table, serial);
-    if ((v->word & kThresholdFlag) != 0) erase_number(&SideTables::var_threshold, serial);
-    if ((v->word & kNameFlag) != 0) erase_name(&SideTables::var_name, serial);
+    if ((v->word & kAnyTable) == 0) return;  // as most variables: no lock is taken
+    const auto table_if = [v](uint64_t flag, auto table) {
+        return (v->word & flag) != 0 ? table : nullptr;
+    };
+    erase_var(var_serial(v), table_if(kLower.flag(), kLower.table),
+              table_if(kUpper.flag(), kUpper.table),
+              table_if(kThresholdFlag, &SideTables::var_threshold),
+              table_if(kNameFlag, &SideTables::var_name));
 }
 
 }  // namespace nalora

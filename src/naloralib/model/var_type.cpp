@@ -19,10 +19,12 @@ constexpr const char* kDoc =
     "vartype: continuous, binary, integer, semicontinuous, semiinteger or partiallyinteger; the\n"
     "bounds of a binary variable are cut to 0 and 1.\n\n"
     "Raises ModelError for lb > ub + 1e-6 and for a name that is neither str nor bytes.\n\n"
-    "Arithmetic gives linear terms, quadratic terms, expressions or nonlinear expressions, and the\n"
+    "Arithmetic gives linear terms, quadratic terms, expressions or nonlinear expressions, and "
+    "the\n"
     "comparisons <=, == and >= give constraints; no operator changes a variable. Variables are\n"
     "hashable by serial number, which makes them keys of dictionaries and members of sets. As ==\n"
-    "does not compare, only the very same object finds an entry. Do not mix variables with keys of\n"
+    "does not compare, only the very same object finds an entry. Do not mix variables with keys "
+    "of\n"
     "other types: where two keys have the same hash (that of an int is its value) the dictionary\n"
     "asks whether they are equal, which makes a constraint and raises ModelError.";
 
@@ -55,8 +57,8 @@ void initialise(VarObject* v, Arguments a) {
     if (a.name != nullptr) var_set_name(v, a.name);
 }
 
-// Arguments in the types that they mostly have, read without the interpreter's parser. Whatever else
-// comes, errors included, is left to the parser: the functions then return false.
+// Arguments in the types that they mostly have, read without the interpreter's parser. Whatever
+// else comes, errors included, is left to the parser: the functions then return false.
 class PlainArguments {
   public:
     explicit PlainArguments(Arguments& arguments) noexcept : arguments_(arguments) {}
@@ -147,8 +149,7 @@ int init(PyObject* self, PyObject* args, PyObject* keywords) noexcept {
             static const char* const names[] = {"name",      "lb",      "ub",
                                                 "threshold", "vartype", nullptr};
             if (!PyArg_ParseTupleAndKeywords(args, keywords, "|Odddl", const_cast<char**>(names),
-                                             &a.name, &a.lower, &a.upper, &a.threshold,
-                                             &a.type)) {
+                                             &a.name, &a.lower, &a.upper, &a.threshold, &a.type)) {
                 throw PythonError();
             }
         }
@@ -180,8 +181,8 @@ PyObject* vectorcall(PyObject* type, PyObject* const* args, std::size_t flags,
         const Py_ssize_t count = PyVectorcall_NARGS(flags);
         Arguments a;
         PlainArguments plain(a);
-        bool readable = type == reinterpret_cast<PyObject*>(&VarType) &&
-                        plain.read_positional(args, count);
+        bool readable =
+            type == reinterpret_cast<PyObject*>(&VarType) && plain.read_positional(args, count);
         const Py_ssize_t named = keywords != nullptr ? PyTuple_GET_SIZE(keywords) : 0;
         for (Py_ssize_t i = 0; readable && i < named; ++i) {
             readable = plain.read_keyword(PyTuple_GET_ITEM(keywords, i), args[count + i]);
@@ -200,8 +201,12 @@ void dealloc(PyObject* self) noexcept {
 
 // ---- attributes -----------------------------------------------------------------------------
 
-PyObject* get_lb(PyObject* self, void*) noexcept { return PyFloat_FromDouble(var_lower(as_var(self))); }
-PyObject* get_ub(PyObject* self, void*) noexcept { return PyFloat_FromDouble(var_upper(as_var(self))); }
+PyObject* get_lb(PyObject* self, void*) noexcept {
+    return PyFloat_FromDouble(var_lower(as_var(self)));
+}
+PyObject* get_ub(PyObject* self, void*) noexcept {
+    return PyFloat_FromDouble(var_upper(as_var(self)));
+}
 PyObject* get_threshold(PyObject* self, void*) noexcept {
     return PyFloat_FromDouble(var_threshold(as_var(self)));
 }

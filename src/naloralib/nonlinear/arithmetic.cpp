@@ -32,6 +32,7 @@ Ref merged(Ref a, Ref b) {
     return total != 0.0 ? make_float(total) : Ref();
 }
 
+// Numbers merge with the one that the sum already has.
 Ref plus_number(PyObject* f, Ref number) {
     if (is_sum(f)) {
         return finish_sum(argument_log(as_nonlinear(f)), merged(number_of(f), std::move(number)));
@@ -77,7 +78,7 @@ Ref minus_number(PyObject* f, PyObject* number) {
     return few_node(Op::minus, f, number);
 }
 
-// A factor that needs no product node; none for other numbers.
+// Trivial factors: an object without a product node; none for other numbers.
 Ref product_by_number(double factor, PyObject* f) {
     if (factor == 0.0) return make_float(0.0);
     if (factor == 1.0) return copy_node(as_nonlinear(f));
@@ -89,6 +90,8 @@ Ref product_by_number(double factor, PyObject* f) {
 
 Ref without_number(const NonlinearObject* sum) { return finish_sum(argument_log(sum), Ref()); }
 
+// The nonlinear operand stands first where a new sum is made, so that a number added to it comes
+// last.
 Ref nonlinear_sum(PyObject* a, PyObject* b) {
     if (kind_of(a) == Kind::number) std::swap(a, b);
     if (kind_of(b) == Kind::number) {
@@ -125,6 +128,7 @@ Ref nonlinear_product(PyObject* a, PyObject* b) {
     return make_binary(Op::product, a, b);
 }
 
+// The log makes this safe whoever else holds the product: the old node does not see the new factor.
 Ref extended_product(PyObject* a, PyObject* b) {
     const Kind kind = kind_of(b);
     Ref factor = Ref::borrow(b);

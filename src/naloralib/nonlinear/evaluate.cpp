@@ -41,6 +41,8 @@ double dictionary_value(PyObject* dictionary, PyObject* var) {
     return checked(PyFloat_AsDouble(value.get()));
 }
 
+// The serial is the term's, which is what the problem registered; a variable that was initialised
+// again has another one by now.
 double column_value(const EvaluationContext& context, uint64_t serial) {
     const int32_t column = context.problem->variable_index->find(serial);
     if (column < 0 || column >= context.count) refuse_foreign();
@@ -59,6 +61,7 @@ double value_of(const EvaluationContext& context, VarObject* var) {
     return value_of(context, var_serial(var), var);
 }
 
+// In the order of the terms, so that equal expressions give equal values to the last bit.
 double expression_value(const ExpressionObject* e, const EvaluationContext& context) {
     double total = e->constant;
     for (const LinearEntry& term : e->linear.canonical()) {

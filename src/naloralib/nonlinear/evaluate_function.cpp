@@ -20,11 +20,12 @@ constexpr const char* kDoc =
     "Returns a float for one expression, a tuple for several; collections give collections of\n"
     "the same shape.\n\n"
     "Raises InterfaceError without problem and solution, ModelError for a variable that has no\n"
-    "value, ZeroDivisionError for a fraction with divisor 0, and RuntimeError for nestings of more\n"
+    "value, ZeroDivisionError for a fraction with divisor 0, and RuntimeError for nestings of "
+    "more\n"
     "than 64 levels.";
 
 struct Keywords {
-    PyObject* problem = nullptr;   // borrowed; null when absent or None
+    PyObject* problem = nullptr;  // borrowed; null when absent or None
     PyObject* solution = nullptr;
 };
 

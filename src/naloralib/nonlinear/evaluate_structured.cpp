@@ -9,6 +9,7 @@ namespace nalora {
 
 namespace {
 
+// The columns of a solution by index, name or object are one thing to getSolution.
 double value_at(const EvaluationContext& context, int64_t column) {
     if (column < 0 || column >= context.count) {
         raise(interface_error(),
@@ -17,9 +18,7 @@ double value_at(const EvaluationContext& context, int64_t column) {
     return context.values[column];
 }
 
-bool is_integer(PyObject* o) noexcept {
-    return PyLong_Check(o) || PyArray_IsScalar(o, Integer);
-}
+bool is_integer(PyObject* o) noexcept { return PyLong_Check(o) || PyArray_IsScalar(o, Integer); }
 
 int64_t integer_value(PyObject* o) {
     const Ref integer = take(PyNumber_Index(o));
@@ -66,12 +65,13 @@ Ref dictionary_values(PyObject* dictionary, const EvaluationContext& context, in
     Ref result = take(PyDict_Copy(dictionary));
     PyObject *key, *value;
     for (Py_ssize_t position = 0; PyDict_Next(source.get(), &position, &key, &value) != 0;) {
-        check_python(PyDict_SetItem(result.get(), key,
-                                    evaluate_structured(value, context, depth).get()));
+        check_python(
+            PyDict_SetItem(result.get(), key, evaluate_structured(value, context, depth).get()));
     }
     return result;
 }
 
+// Any element type whose items are objects, columns or numbers; the result is an array of floats.
 Ref array_values(PyObject* object, const EvaluationContext& context, int depth) {
     if (!context.from_getsolution) {
         raise(interface_error(),
@@ -102,14 +102,15 @@ Ref sequence_values(PyObject* object, const EvaluationContext& context, int dept
     // The length is read again each time: the evaluation may change a list.
     for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(items.get()); ++i) {
         const Ref item = Ref::borrow(PySequence_Fast_GET_ITEM(items.get(), i));
-        check_python(PyList_Append(result.get(),
-                                   evaluate_structured(item.get(), context, depth).get()));
+        check_python(
+            PyList_Append(result.get(), evaluate_structured(item.get(), context, depth).get()));
     }
     return result;
 }
 
 }  // namespace
 
+// Modeling objects come first: a subclass of theirs may have items of its own.
 Ref evaluate_structured(PyObject* o, const EvaluationContext& context, int depth) {
     require_depth(depth);
     if (kind_of(o) != Kind::invalid) return make_float(single_value(o, context, depth));

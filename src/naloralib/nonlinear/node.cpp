@@ -12,17 +12,18 @@ namespace nalora {
 namespace {
 
 constexpr OperatorRow kOperators[] = {
-    {"+", 0, true},      {"-", 2, true},      {"-", 1, false},    {"*", 0, true},
-    {"/", 2, true},      {"**", 2, true},     {"exp", 1, false},  {"log", 1, false},
-    {"log10", 1, false}, {"sin", 1, false},   {"cos", 1, false},  {"tan", 1, false},
-    {"asin", 1, false},  {"acos", 1, false},  {"atan", 1, false}, {"max", 0, false},
-    {"min", 0, false},   {"abs", 1, false},   {"sign", 1, false}, {"erf", 1, false},
-    {"erfc", 1, false},  {"sqrt", 1, false},  {"and", 0, false},  {"or", 0, false},
-    {"pwl", 0, false},   {"user", 0, false},  {"user", 0, false},
+    {"+", 0, true},      {"-", 2, true},     {"-", 1, false},    {"*", 0, true},
+    {"/", 2, true},      {"**", 2, true},    {"exp", 1, false},  {"log", 1, false},
+    {"log10", 1, false}, {"sin", 1, false},  {"cos", 1, false},  {"tan", 1, false},
+    {"asin", 1, false},  {"acos", 1, false}, {"atan", 1, false}, {"max", 0, false},
+    {"min", 0, false},   {"abs", 1, false},  {"sign", 1, false}, {"erf", 1, false},
+    {"erfc", 1, false},  {"sqrt", 1, false}, {"and", 0, false},  {"or", 0, false},
+    {"pwl", 0, false},   {"user", 0, false}, {"user", 0, false},
 };
 
 bool is_user(Op op) noexcept { return op == Op::user || op == Op::user_with_derivatives; }
 
+// Collections and arrays are of no kind, so they never get into a tree.
 bool is_argument(Op op, std::size_t position, PyObject* o) noexcept {
     return kind_of(o) != Kind::invalid || (is_user(op) && position == 0 && PyCallable_Check(o));
 }
@@ -54,6 +55,7 @@ PyObject* trailing_number(const NonlinearObject* node) noexcept {
 
 // ---- making ---------------------------------------------------------------------------------
 
+// Arguments are not looked into: they never change, so trees share them freely.
 Ref few_node(Op op, PyObject* first, PyObject* second) {
     Ref object = NodeObjects::make();
     NonlinearObject* node = as_nonlinear(object.get());
@@ -76,6 +78,7 @@ Ref logged_node(Op op, ArgumentLog log, Ref number) {
     return object;
 }
 
+// Sharing where the node has a log: the new node appends to it in place.
 ArgumentLog argument_log(const NonlinearObject* node) {
     if (node->logged) return node->many.log.share();
     ArgumentLog log;
@@ -121,6 +124,7 @@ Ref make_nary(Op op, std::span<PyObject* const> arguments) {
     return logged_node(op, std::move(log), std::move(number));
 }
 
+// A new object over the same arguments, in constant time whatever the tree's size.
 Ref copy_node(const NonlinearObject* node) {
     if (node->logged) {
         return logged_node(node->op, node->many.log.share(), Ref::borrow(node->many.number));

@@ -12,10 +12,33 @@ namespace nalora {
 
 // Operators in the codes that formulas, printing and evaluation share.
 enum class Op : int16_t {
-    sum = 0, minus = 1, negation = 2, product = 3, quotient = 4, power = 5, exp = 6, log = 7,
-    log10 = 8, sin = 9, cos = 10, tan = 11, asin = 12, acos = 13, atan = 14, max = 15, min = 16,
-    abs = 17, sign = 18, erf = 19, erfc = 20, sqrt = 21, logical_and = 22, logical_or = 23,
-    pwl = 24, user = 25, user_with_derivatives = 26,
+    sum = 0,
+    minus = 1,
+    negation = 2,
+    product = 3,
+    quotient = 4,
+    power = 5,
+    exp = 6,
+    log = 7,
+    log10 = 8,
+    sin = 9,
+    cos = 10,
+    tan = 11,
+    asin = 12,
+    acos = 13,
+    atan = 14,
+    max = 15,
+    min = 16,
+    abs = 17,
+    sign = 18,
+    erf = 19,
+    erfc = 20,
+    sqrt = 21,
+    logical_and = 22,
+    logical_or = 23,
+    pwl = 24,
+    user = 25,
+    user_with_derivatives = 26,
 };
 
 struct OperatorRow {
@@ -46,8 +69,7 @@ using ArgumentLog = SharedLog<NodeArgument, ArgumentOwner>;
 // beside the log (a sum has at most one, and it is its last argument). A zero-filled node, as the
 // bare allocator makes it, is a sum of nothing.
 struct NonlinearObject {
-    PyObject_HEAD
-    Op op;
+    PyObject_HEAD Op op;
     bool logged;    // which member of the union is in use
     uint8_t count;  // of `few`
     union {

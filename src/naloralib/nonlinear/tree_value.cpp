@@ -29,6 +29,7 @@ class Arguments {
     int depth_;
 };
 
+// As the C library has it: no exception for overflow or for arguments out of the domain.
 double unary_value(Op op, double x) {
     switch (op) {
         case Op::negation:
@@ -143,6 +144,7 @@ double piecewise_linear_value(const Arguments& arguments) {
     return y1 + (y2 - y1) / (x2 - x1) * (x - x1);
 }
 
+// A function that gives derivatives returns them behind the value.
 double user_value(const Arguments& arguments) {
     arguments.require(1);
     const Ref values = take(PyTuple_New(arguments.count() - 1));

@@ -123,7 +123,8 @@ PyTypeObject make_type() noexcept {
     PyTypeObject t = {PyVarObject_HEAD_INIT(nullptr, 0)};
     t.tp_name = "nalora.nonlinear";
     t.tp_doc =
-        "A nonlinear expression: an operator and its arguments, made by arithmetic on variables.\n\n"
+        "A nonlinear expression: an operator and its arguments, made by arithmetic on "
+        "variables.\n\n"
         "Never changes. Adding a term to a sum takes constant time and keeps it flat; products,\n"
         "quotients and powers nest.";
     t.tp_basicsize = sizeof(NonlinearObject);

@@ -6,11 +6,22 @@
 
 namespace nalora {
 
+namespace {
+
+uint64_t serial_of_var(PyObject* object) noexcept { return var_serial(as_var(object)); }
+uint64_t serial_of_constraint(PyObject* object) noexcept {
+    return constraint_serial(as_constraint(object));
+}
+uint64_t serial_of_sos(PyObject* object) noexcept { return as_sos(object)->serial; }
+
+}  // namespace
+
 const Registry kVariables{&ProblemObject::variables, &ProblemObject::variable_index,
-                          NLRA_ORIGINALCOLS};
+                          NLRA_ORIGINALCOLS, serial_of_var};
 const Registry kConstraints{&ProblemObject::constraints, &ProblemObject::constraint_index,
-                            NLRA_ORIGINALROWS};
-const Registry kSets{&ProblemObject::sets, &ProblemObject::set_index, NLRA_ORIGINALSETS};
+                            NLRA_ORIGINALROWS, serial_of_constraint};
+const Registry kSets{&ProblemObject::sets, &ProblemObject::set_index, NLRA_ORIGINALSETS,
+                     serial_of_sos};
 
 namespace {
 
@@ -37,9 +48,15 @@ Addition::Addition(ProblemObject* p, const Registry& registry, std::vector<uint6
 Addition::~Addition() {
     if (serials_.empty()) return;
     IndexMap* index = problem_->*registry_.index;
-    for (std::size_t i = 0; i < serials_.size(); ++i) {
-        // After a change from within, the serial may have been registered anew, elsewhere.
-        if (index->find(serials_[i]) == base_ + static_cast<int32_t>(i)) index->erase(serials_[i]);
+    PyObject* list = problem_->*registry_.list;
+    int count = 0;
+    NLRAgetintattrib(problem_->prob, registry_.count_attribute, &count);
+    for (const uint64_t serial : serials_) {
+        // Only after a change from within may an object of the batch be part of the problem.
+        const int32_t i = index->find(serial);
+        const bool belongs = i >= 0 && i < count && i < PyList_GET_SIZE(list) &&
+                             registry_.serial(PyList_GET_ITEM(list, i)) == serial;
+        if (!belongs) index->erase(serial);
     }
     serials_.clear();
     if (loading_) {

@@ -10,11 +10,12 @@
 
 namespace nalora {
 
-// One kind of object of a problem: its list, its registry, its count in the library.
+// One kind of object of a problem: its list, its registry, its count in the library, its key.
 struct Registry {
     PyObject* ProblemObject::*list;
     IndexMap* ProblemObject::*index;
     int count_attribute;
+    uint64_t (*serial)(PyObject* object) noexcept;
 };
 extern const Registry kVariables, kConstraints, kSets;
 

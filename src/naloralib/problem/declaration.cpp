@@ -32,7 +32,9 @@ class Declarer {
     void declare(PyObject* argument) {
         // An array of one element stands for the element, also when it lies in another one.
         Ref held = Ref::borrow(argument);
-        for (Ref item = only_item(argument); item; item = only_item(held.get())) {
+        for (int depth = 0; depth <= kWalkDepth; ++depth) {
+            Ref item = only_item(held.get());
+            if (!item) break;
             held = std::move(item);
         }
         PyObject* object = held.get();

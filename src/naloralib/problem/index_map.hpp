@@ -2,6 +2,7 @@
 // directory, so that a look-up costs nanoseconds and an entry four bytes. Plain C++.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -21,13 +22,15 @@ class IndexMap {
     void set(uint64_t serial, int32_t index);
     void erase(uint64_t serial) noexcept;
     void clear() noexcept;
-    // Index i becomes new_index[i]; entries that get -1 are removed. Every index must lie within
-    // new_index. Keys stay as they were inserted, whatever happened to the objects since.
+    // Index i becomes new_index[i]; entries that get -1 or lie beyond new_index are removed. Keys
+    // stay as they were inserted, whatever happened to the objects since.
     void renumber(std::span<const int32_t> new_index) noexcept {
         for (Page& page : pages_) {
             if (!page) continue;
             for (uint64_t i = 0; i < kPage; ++i) {
-                if (page[i] != 0) page[i] = new_index[page[i] - 1] + 1;
+                if (page[i] == 0) continue;
+                const auto index = static_cast<std::size_t>(page[i] - 1);
+                page[i] = index < new_index.size() ? new_index[index] + 1 : 0;
             }
         }
     }

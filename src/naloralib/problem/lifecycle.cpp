@@ -235,10 +235,11 @@ void reset_problem(ProblemObject* p) {
     require_initialised(p);
     refuse_if_busy(p);
     Lists lists;
-    clear_maps(p);
-    replace_lists(p, lists);
+    // What can fail comes first: a refused default leaves the problem with all that it had.
     apply_default_controls(p);
     destroy_handles(p);
+    clear_maps(p);
+    replace_lists(p, lists);
     clear_fields(p);
     create_handles(p);
     set_nonlinear_threads(p);

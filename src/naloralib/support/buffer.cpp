@@ -25,7 +25,7 @@ int release(void*, void** pointer) {
     return 0;
 }
 
-MemoryInterface interface{allocate, resize, release, nullptr};
+MemoryInterface interface { allocate, resize, release, nullptr };
 
 // An array of no elements is not the same as no array, so it has an address too.
 std::size_t nonzero(std::size_t bytes) noexcept { return bytes != 0 ? bytes : 1; }

@@ -12,3 +12,4 @@
 #define NO_IMPORT_UFUNC
 #endif
 #include <numpy/arrayobject.h>
+#include <numpy/arrayscalars.h>
