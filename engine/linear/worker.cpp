@@ -2,10 +2,12 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
-#include <cstdlib>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -28,11 +30,21 @@ struct Pool {
 
 std::atomic<unsigned> generation{0};
 std::atomic<bool> exiting{false};
+std::atomic<int> busy{0};
+
+// Destructors of the solvers' libraries would pull the ground from under a worker that is still in
+// there, such as one that was walked away from. Then the process ends without them.
+void at_exit(int status, void*) {
+    exiting.store(true);
+    if (busy.load() == 0) return;
+    std::fflush(nullptr);
+    _exit(status);
+}
 
 // Never destroyed: workers outlive main().
 Pool*& pool_pointer() {
     static Pool* pool = [] {
-        std::atexit([] { exiting.store(true); });
+        on_exit(at_exit, nullptr);
         return new Pool;
     }();
     return pool;
@@ -48,6 +60,7 @@ void work(Pool* pool, Worker* self) {
         }
         job();
         job = nullptr;
+        busy.fetch_sub(1);
         std::lock_guard<std::mutex> lock(pool->mutex);
         pool->idle.push_back(self);
     }
@@ -87,9 +100,11 @@ void run_on_worker(std::function<void()> job) {
         fresh->job = std::move(job);
         BlockedSignals blocked;
         std::thread(work, pool, fresh.get()).detach();
+        busy.fetch_add(1);
         fresh.release();
         return;
     }
+    busy.fetch_add(1);
     {
         std::lock_guard<std::mutex> lock(worker->mutex);
         worker->job = std::move(job);
@@ -101,6 +116,7 @@ unsigned fork_generation() { return generation.load(std::memory_order_relaxed); 
 
 void workers_after_fork() {
     generation.fetch_add(1, std::memory_order_relaxed);
+    busy.store(0);
     // The parent's pool may be locked by a thread that does not exist here.
     pool_pointer() = new Pool;
 }

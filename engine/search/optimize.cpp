@@ -52,8 +52,10 @@ class Clock {
     const Monitor& monitor_;
 };
 
-void require_convex(nlra_problem& problem, bool mip) {
-    const std::string what = find_nonconvexity(problem.model);
+// A stop ends the test as passed; the solve after it ends at its first poll.
+void require_convex(nlra_problem& problem, Monitor& monitor, bool mip) {
+    const std::string what =
+        find_nonconvexity(problem.model, [&monitor] { return monitor.should_stop(); });
     if (what.empty()) return;
     problem.info.lp_status = NLRA_LP_NONCONVEX;
     if (mip) problem.info.mip_status = NLRA_MIP_NONCONVEX;
@@ -280,7 +282,7 @@ void optimize_lp(nlra_problem& problem, const char* flags) {
     problem.info = fresh;
     problem.lp_solution.clear();
     log_header(problem, monitor);
-    if (problem.model.is_quadratic()) require_convex(problem, false);
+    if (problem.model.is_quadratic()) require_convex(problem, monitor, false);
     solve_continuous(problem, monitor, flags);
     log_lp_result(problem, monitor);
 }
@@ -293,7 +295,7 @@ void optimize_mip(nlra_problem& problem, const char* flags) {
     problem.mip_solution.clear();
     log_header(problem, monitor);
     const Model& model = problem.model;
-    if (model.is_quadratic()) require_convex(problem, true);
+    if (model.is_quadratic()) require_convex(problem, monitor, true);
     if (std::strchr(flags, 'l') != nullptr) {
         solve_continuous(problem, monitor, flags);
         problem.info.mip_status = problem.info.lp_status == NLRA_LP_OPTIMAL
