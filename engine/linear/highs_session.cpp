@@ -91,6 +91,7 @@ void HighsSession::apply(const HighsSettings& wanted) {
     }
     set("mip_max_nodes", now.node_limit, wanted.node_limit);
     set("mip_max_improving_sols", now.solution_limit, wanted.solution_limit);
+    set("presolve_rule_off", now.presolve_rules_off, wanted.presolve_rules_off);
     set("threads", now.threads, wanted.threads);
     set("random_seed", now.seed, wanted.seed);
     if (!settings_known_ || now.log_level != wanted.log_level) {

@@ -39,6 +39,7 @@ struct HighsSettings {
     int iteration_limit = kHighsIInf;
     int node_limit = kHighsIInf;
     int solution_limit = kHighsIInf;
+    int presolve_rules_off = 0;
     int threads = 1;
     int seed = 0;
     int log_level = 0;

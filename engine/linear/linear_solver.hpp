@@ -32,6 +32,8 @@ struct MipOutcome {
 // Bring bound and gap, and the stop reason that follows from them, in line with the solution's
 // objective.
 void update_gap(double sense, MipOutcome& outcome);
+// Whether the gap is what the controls allow for an optimal solution.
+bool within_gap(const MipOutcome& outcome, const Params& params);
 
 class LinearSolver {
   public:

@@ -192,12 +192,6 @@ bool repair(const Model& model, Reformulation& reformulation, const Params& para
     return true;
 }
 
-bool within_gap(const MipOutcome& outcome, const Params& params) {
-    return outcome.gap <= params.get_double(kRelGap) + kMaxViolation ||
-           std::abs(outcome.solution.objective - outcome.bound) <=
-               params.get_double(kAbsGap) + kMaxViolation;
-}
-
 MipOutcome solve_reformulated(nlra_problem& problem, Monitor& monitor) {
     const Model& model = problem.model;
     Reformulation reformulation(model);

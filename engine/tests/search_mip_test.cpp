@@ -79,6 +79,46 @@ TEST("mip: unbounded problems are told from infeasible ones") {
     }
 }
 
+TEST("mip: random problems with infinite bounds are unbounded where their relaxation is") {
+    Random random(5);
+    int unbounded = 0;
+    int unfinished = 0;
+    for (int round = 0; round < 700; ++round) {
+        TestProblem test;
+        test.problem.controls.set_double(kTimeLimit, 0.5);
+        for (int j = random.integer(2, 4); j > 0; --j) {
+            const int kind = random.integer(0, 3);
+            const double lower = kind == 0 || kind == 3 ? -kInf : random.integer(-2, 1);
+            const double upper = kind == 1 || kind == 3 ? kInf : random.integer(1, 3);
+            test.col(random.integer(-3, 3), lower, upper, random.chance(0.5) ? 'I' : 'C');
+        }
+        test.model.set_type(0, 'I');
+        for (int i = random.integer(1, 3); i > 0; --i) {
+            Terms terms;
+            for (int j = 0; j < test.model.cols(); ++j) {
+                if (const int a = random.integer(-2, 2)) terms.emplace_back(j, a);
+            }
+            test.row(terms, "LG"[random.integer(0, 1)], random.integer(-4, 4));
+        }
+        TestProblem box;  // a solution near the origin is a solution
+        box.model = test.model;
+        box.model.edits = Edits();
+        for (int j = 0; j < box.model.cols(); ++j) {
+            box.model.set_bounds(j, std::max(-5.0, box.model.lower[j]),
+                                 std::min(5.0, box.model.upper[j]));
+        }
+        if (!brute_force::optimum(box.model)) continue;
+        const bool expected = test.lp("p") == NLRA_LP_UNBOUNDED;
+        unbounded += expected;
+        const int status = test.mip();
+        // A search among infinitely many integers may never end.
+        unfinished += !expected && test.problem.info.stop == NLRA_STOP_TIMELIMIT;
+        if (test.problem.info.stop == NLRA_STOP_TIMELIMIT && !expected) continue;
+        CHECK(status == (expected ? NLRA_MIP_UNBOUNDED : NLRA_MIP_OPTIMAL));
+    }
+    CHECK(unbounded > 200 && unfinished < 5);
+}
+
 TEST("mip: degenerate shapes") {
     TestProblem no_rows;
     no_rows.col(1, -2.5, 7.5, 'I');

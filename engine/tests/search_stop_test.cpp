@@ -307,3 +307,23 @@ TEST("stop: a forked child solves, also problems of its parent, and so does the 
         REQUIRE(solve());
     }
 }
+
+TEST("stop: a solve does not go on in a child that its own callback forked") {
+    install_fork_handler();
+    static pid_t child;
+    child = -1;
+    TestProblem test;
+    hard_mip(test, 20, 13);
+    test.problem.message_callbacks.push_back({[](NLRAprob, void*, const char* text, int, int) {
+                                                  const bool searching = std::strstr(text, "Nodes");
+                                                  if (searching && child < 0) child = fork();
+                                              },
+                                              nullptr, 0});
+    const int code = error_code([&] { test.mip(); });
+    if (child == 0) _exit(code == NLRA_ERROR_STATE ? 0 : 1);
+    CHECK(code == 0 && test.problem.info.mip_status == NLRA_MIP_OPTIMAL);
+    REQUIRE(child > 0);
+    int status = -1;
+    REQUIRE(waitpid(child, &status, 0) == child);
+    CHECK(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}

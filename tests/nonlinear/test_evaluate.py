@@ -114,6 +114,24 @@ def test_refused(call, error, text):
         assert str(info.value) == text
 
 
+def test_values_from_a_problem():
+    a, b, foreign = nalora.var(ub=3), nalora.var(ub=2), nalora.var()
+    p = nalora.problem(a, b, a + b <= 4, 2 * a + b, sense=nalora.maximize)
+    p.solve()
+    assert nalora.evaluate([a, a * b], b / a, problem=p) == ([3.0, 3.0], 1 / 3)
+    for solution in ([5, 7], np.array([5.0, 7.0]), np.array([5, 7])):
+        assert nalora.evaluate(a - b + a * b, problem=p, solution=solution) == 33.0
+    assert nalora.evaluate(foreign, problem=p, solution={foreign: 1}) == 1.0
+    for solution in ([5], [1, 2, 3], ["a", "b"]):
+        with pytest.raises((nalora.ModelError, nalora.InterfaceError, TypeError)):
+            nalora.evaluate(a, problem=p, solution=solution)
+    with pytest.raises(nalora.ModelError) as info:
+        nalora.evaluate(a + foreign, problem=p)
+    assert str(info.value) == (
+        "Object does not belong to problem or cannot be identified within expression"
+    )
+
+
 def test_depth_limit():
     depth_error = "Evaluation of expression exceeded recursion depth limit"
     shallow, deep, tree = [x], [x], x / y

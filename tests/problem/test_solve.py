@@ -310,3 +310,29 @@ def test_a_forked_child_solves():
         print(os.waitpid(child, 0)[1], round(small()))
     """)
     assert (result.stdout, result.stderr) == ("0 3\n", "")
+
+
+DAEMONS = """
+import nalora, random, sys, threading, time
+nalora.setOutputEnabled(False)
+
+def solve_for_ever(size):
+    while True:
+        x = [nalora.var(vartype=nalora.binary) for _ in range(size)]
+        p = nalora.problem(x)
+        for _ in range(10):
+            p.addConstraint(sum(random.randint(10, 99) * v for v in x) <= 18 * size)
+        p.setObjective(sum(random.randint(1, 99) * v for v in x), nalora.maximize)
+        p.solve()
+
+for size in (8, 45):
+    threading.Thread(target=solve_for_ever, args=(size,), daemon=True).start()
+time.sleep(float(sys.argv[1]))
+sys.exit(3)
+"""
+
+
+@pytest.mark.parametrize("seconds", [0.1, 0.22, 0.3])
+def test_a_process_ends_well_while_daemon_threads_solve(seconds):
+    done = subprocess.run([sys.executable, "-c", DAEMONS, str(seconds)], timeout=60, check=False)
+    assert done.returncode == 3

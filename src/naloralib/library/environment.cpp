@@ -40,11 +40,13 @@ class TemporaryProblem {
     NSLPprob nonlinear_ = nullptr;
 };
 
+// The tables hold what the library lists, so they need problems to ask; once per process.
 void build_tables(bool with_nonlinear) {
     const TemporaryProblem temporary(with_nonlinear);
     build_control_tables(temporary.prob(), temporary.nonlinear());
 }
 
+// True until the first successful start, which is the import unless the library failed then.
 bool tables_are_empty() noexcept {
     const std::lock_guard guard(locks().names);
     return state().attribute_table == nullptr || PyDict_Size(state().attribute_table) == 0;
@@ -71,6 +73,7 @@ bool exchange_handler_installed(bool installed) noexcept {
     return std::exchange(state().handler_installed, installed);
 }
 
+// Once, however often the library is started by force.
 void install_message_printer() {
     if (exchange_handler_installed(true)) return;
     if (NLRA_ge_addcbmsghandler(general_message_printer, nullptr, 1) != 0) {
@@ -87,6 +90,8 @@ bool stop_quietly(bool with_nonlinear) noexcept {
 
 }  // namespace
 
+// The counter counts starts, not problems: nothing but free() and the module's release lowers it.
+// It says nothing about whether the library runs, since free() stops it at any count.
 void start_environment(bool force) {
     ModuleState& s = state();
     {
@@ -94,6 +99,7 @@ void start_environment(bool force) {
         if (s.env_users < std::numeric_limits<int>::max()) ++s.env_users;
         if (!force && s.env_users > 1 && s.library_running) return;
     }
+    // Starting again is harmless to live problems and cures a stop by somebody else.
     if (NLRAinit(nullptr) != 0) {
         {
             const std::lock_guard guard(locks().env);
@@ -114,6 +120,8 @@ void start_environment(bool force) {
     set_running(true);
 }
 
+// The solver that sits on top goes first. A failure leaves the library marked as running, so that
+// the next attempt stops the rest.
 void stop_environment(bool force) {
     ModuleState& s = state();
     {
@@ -132,6 +140,8 @@ void stop_environment(bool force) {
 
 bool nonlinear_available() noexcept { return nslp_state() > 0; }
 
+// Counts as no user, and leaves the library stopped. Import must not fail where the library cannot
+// start; what it cannot list, though, is a broken installation.
 void probe_library() {
     if (NLRAinit(nullptr) != 0) return;  // the first use will tell
     const bool nonlinear = NSLPinit() == 0;

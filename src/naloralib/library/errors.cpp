@@ -28,6 +28,7 @@ const char* global_text(LastError& error) noexcept {
                           : "Unidentified error associated with the global environment";
 }
 
+// The optimizer's text; the nonlinear solver's where only that one failed.
 const char* problem_text(const ProblemObject* p, LastError& error) noexcept {
     int needed = 0;
     if (p->prob == nullptr) {
@@ -68,6 +69,7 @@ void raise_library_error(PyObject* owner) {
     throw PythonError{};
 }
 
+// What the interpreter's own `raise ... from ...` does, which has no public C function.
 void raise_chained(PyObject* type, const char* format, ...) {
     if (PyErr_Occurred() != nullptr && !PyErr_ExceptionMatches(PyExc_Exception)) {
         throw PythonError{};

@@ -105,6 +105,7 @@ int handler_trampoline(void* object, void* data, void* thread, const char* text,
     return -1;
 }
 
+// The priority stands in the entry: stopping the library drops its handlers, not the entries.
 int add_to_library(const Ref& entry) noexcept {
     const long priority = PyLong_AsLong(PyList_GET_ITEM(entry.get(), 2));
     return NLRA_ge_addcbmsghandler(handler_trampoline, entry.get(), static_cast<int>(priority));
@@ -123,6 +124,7 @@ PyObject* addcbmsghandler(PyObject*, PyObject* args, PyObject* kwargs) noexcept 
             priority > std::numeric_limits<int>::max()) {
             raise(interface_error(), "%s", kAddError);
         }
+        // The entry's address is known to the library only while the list holds the entry.
         const Ref entry = take(Py_BuildValue("[OOl]", handler, data, priority));
         start_environment(false);
         append_entry(entry.get());
@@ -145,6 +147,7 @@ bool same_callable(PyObject* a, PyObject* b) {
     return same != 0;
 }
 
+// A null handler or data stands for any. Data are compared by identity: `==` may be anything.
 bool matches(PyObject* entry, PyObject* handler, PyObject* data) {
     return (handler == nullptr || same_callable(PyList_GET_ITEM(entry, 0), handler)) &&
            (data == nullptr || PyList_GET_ITEM(entry, 1) == data);
@@ -165,6 +168,7 @@ PyObject* removecbmsghandler(PyObject*, PyObject* args, PyObject* kwargs) noexce
             if (handler == nullptr) return none();
             raise(interface_error(), "Cannot remove callback from an empty set");
         }
+        // From the last to the first, so that what is removed moves no entry still to be seen.
         bool found = false;
         for (Py_ssize_t i = count - 1; i >= 0; --i) {
             const Ref entry = entry_at(i);

@@ -58,7 +58,7 @@ using LinearTerms = Terms<LinearEntry, PythonOwner>;
 using QuadraticTerms = Terms<QuadraticEntry, PythonOwner>;
 
 // One descriptor word: bits 0-51 serial, 52-54 lower bound code and table flag, 55-57 upper bound,
-// 58 threshold table flag, 59 name table flag, 60-62 type. See model/var_word.hpp.
+// 58 threshold table flag, 59 name table flag, 60-62 type. See model/var.cpp.
 struct VarObject {
     PyObject_HEAD uint64_t word;
 };
@@ -104,9 +104,6 @@ Kind kind_of(PyObject* object) noexcept;
 // The same, but anything else raises ModelError "Invalid object in operation: <...>".
 Kind require_kind(PyObject* object);
 
-inline bool is_var(PyObject* o) noexcept {
-    return Py_TYPE(o) == &VarType || PyType_IsSubtype(Py_TYPE(o), &VarType);
-}
 inline bool is_constraint(PyObject* o) noexcept {
     return Py_TYPE(o) == &ConstraintType || PyType_IsSubtype(Py_TYPE(o), &ConstraintType);
 }
@@ -118,6 +115,12 @@ inline bool is_sos(PyObject* o) noexcept {
 
 inline constexpr uint64_t kVarSerialMask = (uint64_t{1} << 52) - 1;
 inline uint64_t var_serial(const VarObject* v) noexcept { return v->word & kVarSerialMask; }
+inline VarObject* as_var(PyObject* o) noexcept { return reinterpret_cast<VarObject*>(o); }
+// A variable that was initialised: a subclass may have forgotten to, and then it has no serial.
+inline bool is_var(PyObject* o) noexcept {
+    return (Py_TYPE(o) == &VarType || PyType_IsSubtype(Py_TYPE(o), &VarType)) &&
+           var_serial(as_var(o)) != 0;
+}
 inline int var_type(const VarObject* v) noexcept { return static_cast<int>(v->word >> 60 & 7); }
 double var_lower(const VarObject* v) noexcept;
 double var_upper(const VarObject* v) noexcept;
@@ -134,7 +137,6 @@ void var_set_threshold(VarObject* v, double threshold);
 void var_set_type(VarObject* v, int type) noexcept;
 void var_set_name(VarObject* v, PyObject* name);
 Ref new_var();  // fresh serial, all defaults
-inline VarObject* as_var(PyObject* o) noexcept { return reinterpret_cast<VarObject*>(o); }
 
 // ---- constraints and sets -------------------------------------------------------------------
 

@@ -58,6 +58,7 @@ constexpr ExceptionRow kExceptions[] = {
 constexpr std::size_t kMaxFunctions = 64;
 PyMethodDef module_functions[kMaxFunctions + 1];
 
+// The parts' rows in one table that lives as long as the module.
 void join_functions() {
     std::size_t n = 0;
     for (auto part : {library_functions, control_functions, handler_functions,
@@ -70,6 +71,8 @@ void join_functions() {
     module_functions[n] = {};
 }
 
+// Objects of these types are set up by their initialisation alone, so that a subclass may change
+// the arguments of its own.
 void ready_types() {
     prepare_problem_type();
     for (PyTypeObject* type : kTypes) {
@@ -116,6 +119,8 @@ void add_objects(PyObject* module) {
     check_python(PyObject_SetAttrString(module, "controls", state().default_controls));
 }
 
+// Objects that outlive this go on working as far as they need no table: see the null checks at the
+// places that use these fields. The locks stay.
 void release_state() noexcept {
     ModuleState& s = state();
     for (PyObject* ModuleState::*field :

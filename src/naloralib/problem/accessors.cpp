@@ -49,6 +49,7 @@ Ref dictionary_copy(PyObject* self) {
     return take(own != nullptr ? PyDict_Copy(own) : PyDict_New());
 }
 
+// The value that a new problem would start with.
 Ref default_value(PyObject* self, PyObject* exact) {
     Ref value = recorded_default(exact);
     if (value) return value;
@@ -66,6 +67,8 @@ Descriptor descriptor_of(PyObject* self, PyObject* exact) {
     return d;
 }
 
+// Every name but those of Python's protocols is a control or an attribute, so hasattr() and the
+// like see InterfaceError instead of AttributeError for unknown ones.
 PyObject* accessor_getattro(PyObject* self, PyObject* name) noexcept {
     return guarded([&] {
         const Ref exact = checked_name(self, name);
@@ -109,6 +112,8 @@ PyObject* accessor_str(PyObject* self) noexcept {
     return guarded([&] { return take(PyObject_Str(present_values(self).get())); });
 }
 
+// Shown by debuggers and the interactive prompt: must not fail for an accessor that lost its
+// problem.
 PyObject* accessor_repr(PyObject* self) noexcept {
     return guarded([&] {
         const AccessorLink* link = as_accessor(self)->link;
@@ -122,6 +127,7 @@ PyObject* accessor_dir(PyObject* self, PyObject*) noexcept {
     return guarded([&] { return take(PyDict_Keys(name_table(role_of(self)).get())); });
 }
 
+// Shares the link, and so loses the problem together with the original.
 PyObject* accessor_copy(PyObject* self, PyObject*) noexcept {
     return guarded([&] {
         Ref copy = take(Py_TYPE(self)->tp_alloc(Py_TYPE(self), 0));

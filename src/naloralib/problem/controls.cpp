@@ -17,6 +17,7 @@ void set_control_by_name(ProblemObject* p, PyObject* name, PyObject* value) {
     set_problem_control(p, d, value);
 }
 
+// In the mapping's own order, which for an ordered subclass is not that of its table.
 void set_controls(ProblemObject* p, PyObject* dictionary) {
     if (!PyDict_Check(dictionary)) {
         raise(model_error(), "Single argument to setControl must be a dictionary");
@@ -78,6 +79,7 @@ Ref values_by_name(ProblemObject* p, Role role, PyObject* table, PyObject* names
     return Ref::borrow(values.get());
 }
 
+// A str is one name, not a collection of letters.
 bool is_collection(PyObject* object) noexcept {
     if (PyUnicode_Check(object) || PyBytes_Check(object)) return false;
     return Py_TYPE(object)->tp_iter != nullptr || PySequence_Check(object);

@@ -108,6 +108,8 @@ Ref all_defaults() {
     return values;
 }
 
+// Works on a copy of the pairs: setting a control calls the library, which may print, and then any
+// code may run. Stops at the first failure.
 void apply_default_controls(ProblemObject* p) {
     const auto pairs = recorded_defaults();
     const Ref table = name_table(Role::control);

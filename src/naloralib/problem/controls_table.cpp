@@ -16,6 +16,7 @@ constexpr int kCodeInteger = 1, kCodeReal = 2, kCodeText = 4, kCodeControl = 16,
 
 constexpr std::size_t kMaxName = 128;
 
+// Built aside and exchanged for the published ones in one step.
 struct Tables {
     Ref controls = take(PyDict_New());
     Ref attributes = take(PyDict_New());
@@ -27,6 +28,7 @@ struct Entry {
     Descriptor descriptor;
 };
 
+// ASCII only, whatever the locale; longer names are cut.
 Ref lower_case(const char* name) {
     char lower[kMaxName];
     std::size_t length = 0;
@@ -60,6 +62,7 @@ bool nonlinear_entry(NSLPprob nonlinear, const NLRAcalistentry& row, ParamKind k
     return true;
 }
 
+// Controls get their default value, read from the fresh problem, beside their descriptor.
 void add_entry(Tables& tables, const char* raw_name, const Entry& entry, NLRAprob prob,
                NSLPprob nonlinear) {
     const Ref name = lower_case(raw_name);

@@ -20,6 +20,7 @@ bool is_pointer(int id) noexcept {
     return false;
 }
 
+// bool is an int. Other NumPy integers are refused: their users mean arrays, not settings.
 bool is_integer(PyObject* value) noexcept {
     return PyLong_Check(value) || PyArray_IsScalar(value, Int) || PyArray_IsScalar(value, Long) ||
            PyArray_IsScalar(value, LongLong);
@@ -93,6 +94,7 @@ int read_text_into(NLRAprob prob, NSLPprob nonlinear, Role role, const Descripto
                                  : NSLPgetstrattrib(nonlinear, d.id, buffer.data(), size, &needed);
 }
 
+// One call with an ample buffer, a second one for the rare text that does not fit.
 int read_text(NLRAprob prob, NSLPprob nonlinear, Role role, const Descriptor& d, Ref& value) {
     std::string buffer(2048, '\0');
     int needed = 0;
@@ -105,6 +107,7 @@ int read_text(NLRAprob prob, NSLPprob nonlinear, Role role, const Descriptor& d,
     return status;
 }
 
+// A problem made while the nonlinear solver was not there has no handle for its names.
 void require_solver(ProblemObject* p, const Descriptor& d) {
     require_initialised(p);
     if (d.kind != ParamKind::optimizer && p->nonlinear == nullptr) {

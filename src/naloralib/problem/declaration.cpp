@@ -25,6 +25,7 @@ Ref only_item(PyObject* object) {
     return take(PyArray_GETITEM(array, static_cast<const char*>(PyArray_DATA(array))));
 }
 
+// What has been met so far: one name and one objective at most.
 class Declarer {
   public:
     Declarer(ProblemObject* p, int sense) : problem_(p), sense_(sense) {}
@@ -66,6 +67,7 @@ class Declarer {
         check_library(NLRAsetprobname(problem_->prob, text), as_object(problem_));
     }
 
+    // A variable that is a column already cannot be meant as another one: it is the objective.
     void declare_single(PyObject* object) {
         Content content = content_of(object);
         if (content == Content::variables &&

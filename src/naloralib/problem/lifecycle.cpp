@@ -51,6 +51,7 @@ void clear_maps(ProblemObject* p) noexcept {
     }
 }
 
+// Kept until the end of the record, like the lists: a walk under way may come back to them.
 void make_maps(ProblemObject* p) {
     for (auto field : kMaps) {
         if (p->*field == nullptr) p->*field = new IndexMap;
@@ -59,6 +60,7 @@ void make_maps(ProblemObject* p) {
 
 // ---- library handles --------------------------------------------------------------------------
 
+// What exists when this fails is the record's, and goes with it.
 void create_handles(ProblemObject* p) {
     check_library(NLRAcreateprob(&p->prob), as_object(p));
     if (nonlinear_available()) {
@@ -84,6 +86,8 @@ void load_empty(ProblemObject* p, const char* name) {
                   as_object(p));
 }
 
+// The nonlinear problem sits on the other one. A failure leaves the field, so nothing is destroyed
+// twice.
 void destroy_handles(ProblemObject* p) {
     if (p->nonlinear != nullptr) {
         check_library(NSLPdestroyprob(p->nonlinear), as_object(p));
@@ -161,6 +165,8 @@ void load_first(ProblemObject* p, const Declaration& declaration) {
     }
 }
 
+// The controls exist before the defaults are applied, the printers before anything can be said, and
+// the elements come last, onto a problem that is whole.
 void build(ProblemObject* p, const Declaration& declaration, PyObject* elements) {
     Lists lists;
     make_maps(p);
@@ -177,6 +183,7 @@ void build(ProblemObject* p, const Declaration& declaration, PyObject* elements)
     declare(p, elements, static_cast<int>(declaration.sense));
 }
 
+// May be called again on a problem in use, which then starts over.
 void initialise(ProblemObject* p, PyObject* elements, PyObject* kwargs) {
     const Declaration declaration = parse(kwargs);
     refuse_if_busy(p);
@@ -214,6 +221,7 @@ int problem_traverse(PyObject* self, visitproc visit, void* arg) noexcept {
     return 0;
 }
 
+// Breaks cycles only; whatever still reaches the problem finds it uninitialised.
 int problem_clear(PyObject* self) noexcept {
     ProblemObject* p = as_problem(self);
     for (auto field : kLists) assign_field(p->*field, Ref());
@@ -221,6 +229,7 @@ int problem_clear(PyObject* self) noexcept {
     return 0;
 }
 
+// The object must not be shown to any Python code from here on: its count is zero.
 void problem_dealloc(PyObject* self) noexcept {
     PyObject_GC_UnTrack(self);
     ProblemObject* p = as_problem(self);
@@ -247,6 +256,7 @@ void reset_problem(ProblemObject* p) {
     load_empty(p, "");
 }
 
+// The defaults only matter where the source's controls cannot be copied over them.
 Ref copy_problem(ProblemObject* p) {
     require_initialised(p);
     sync_lists(p);

@@ -26,6 +26,7 @@ Ref item_at(PyObject* list, PyObject* index) {
     return Ref::borrow(item);
 }
 
+// In the order of the leaves, repeats kept. Integer arrays are taken as the lists that they are.
 Ref items_at(PyObject* list, PyObject* indices) {
     Ref walked = Ref::borrow(indices);
     if (PyArray_Check(indices) && PyArray_ISINTEGER(reinterpret_cast<PyArrayObject*>(indices))) {
@@ -41,6 +42,7 @@ Ref items_at(PyObject* list, PyObject* indices) {
     return Ref::borrow(result.get());
 }
 
+// Inclusive; -1 means not given. A range that ends just before it begins is empty.
 Ref items_between(PyObject* list, int first, int last) {
     const Py_ssize_t size = PyList_GET_SIZE(list);
     if (first < -1 || last < -1) {

@@ -28,6 +28,7 @@ int SignalWatch::check(NLRAprob prob, void* data) noexcept {
     const Clock::time_point now = Clock::now();
     if (now < watch->next_check_) return 0;
     watch->next_check_ = now + kSignalInterval;
+    if (interpreter_is_finalizing()) return 0;
     const GilHeld gil;
     if (PyErr_Occurred() != nullptr) return 1;  // of another callback: it waits for the solve's end
     if (PyErr_CheckSignals() == 0) return 0;

@@ -1,31 +1,55 @@
 // The interpreter lock as scopes.
 #pragma once
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "support/interpreter.hpp"
 #include "support/python.hpp"
 
 namespace nalora {
 
+// Call what asks for the interpreter lock. While the interpreter shuts down it ends every other
+// thread that asks, by unwinding it, which C++ code in between does not survive. Such a thread (a
+// daemon in the middle of a solve) sleeps instead until the process is gone.
+template <class Ask>
+auto ask_for_lock(Ask ask) noexcept {
+    try {
+        // The main thread shuts the interpreter down and may pass through here on its way.
+        const bool main_thread = syscall(SYS_gettid) == getpid();
+        if (main_thread || !interpreter_is_finalizing()) return ask();
+    } catch (...) {
+        // The unwinding of the thread; it stays here.
+    }
+    while (true) pause();
+}
+
 // Holds the interpreter lock, whatever thread this is (callbacks of the engine).
 class GilHeld {
-public:
-    GilHeld() noexcept : state_(PyGILState_Ensure()) {}
+  public:
+    GilHeld() noexcept : state_(ask_for_lock([] { return PyGILState_Ensure(); })) {}
     ~GilHeld() { PyGILState_Release(state_); }
     GilHeld(const GilHeld&) = delete;
     GilHeld& operator=(const GilHeld&) = delete;
 
-private:
+  private:
     PyGILState_STATE state_;
 };
 
 // Lets other threads run while this one works without touching Python objects.
 class GilReleased {
-public:
+  public:
     GilReleased() noexcept : state_(PyEval_SaveThread()) {}
-    ~GilReleased() { PyEval_RestoreThread(state_); }
+    ~GilReleased() {
+        ask_for_lock([this] {
+            PyEval_RestoreThread(state_);
+            return true;
+        });
+    }
     GilReleased(const GilReleased&) = delete;
     GilReleased& operator=(const GilReleased&) = delete;
 
-private:
+  private:
     PyThreadState* state_;
 };
 
