@@ -85,7 +85,7 @@ TEST("mip: random problems with infinite bounds are unbounded where their relaxa
     int unfinished = 0;
     for (int round = 0; round < 700; ++round) {
         TestProblem test;
-        test.problem.controls.set_double(kTimeLimit, 0.5);
+        test.problem.controls.set_double(kTimeLimit, 3.0);
         for (int j = random.integer(2, 4); j > 0; --j) {
             const int kind = random.integer(0, 3);
             const double lower = kind == 0 || kind == 3 ? -kInf : random.integer(-2, 1);
