@@ -21,6 +21,8 @@ constexpr auto kPollInterval = std::chrono::milliseconds(20);
 // limit well, but needs a moment to bring its result back to the original model.
 constexpr auto kStopPatience = std::chrono::milliseconds(250);
 constexpr auto kTimeLimitPatience = std::chrono::milliseconds(1000);
+// An interior point method that needs more makes no progress.
+constexpr HighsInt kMaxInteriorIterations = 500;
 
 // HiGHS keeps one task scheduler per thread, whose size is fixed by the first run there.
 void prepare_scheduler(int threads) {
@@ -86,7 +88,8 @@ void HighsSession::apply(const HighsSettings& wanted) {
     set("objective_bound", now.objective_bound, wanted.objective_bound);
     if (!settings_known_ || now.iteration_limit != wanted.iteration_limit) {
         highs.setOptionValue("simplex_iteration_limit", wanted.iteration_limit);
-        highs.setOptionValue("ipm_iteration_limit", wanted.iteration_limit);
+        highs.setOptionValue("ipm_iteration_limit",
+                             std::min(wanted.iteration_limit, kMaxInteriorIterations));
         now.iteration_limit = wanted.iteration_limit;
     }
     set("mip_max_nodes", now.node_limit, wanted.node_limit);

@@ -51,6 +51,24 @@ void read_lp_solution(const Highs& highs, const Model& model, Solution& solution
     copy_values(solution.dj, from.col_dual);
 }
 
+// The interior point method of HiGHS is known to go astray on models without a bounded set of
+// optima: to call them optimal, to take one verdict for another, or to iterate without end. Only an
+// optimum that the basis after crossover confirms, what presolve alone decided, and stops are
+// taken.
+bool is_doubtful_interior(const Highs& highs, const HighsSettings& settings, bool stopped) {
+    const HighsInfo& info = highs.getInfo();
+    const HighsModelStatus status = highs.getModelStatus();
+    if (status == HighsModelStatus::kOptimal) {
+        return settings.crossover &&
+               (info.max_primal_infeasibility > 10 * settings.primal_tolerance ||
+                info.max_dual_infeasibility > 10 * settings.dual_tolerance);
+    }
+    if (status == HighsModelStatus::kIterationLimit) {
+        return info.ipm_iteration_count < settings.iteration_limit;
+    }
+    return !stopped && info.ipm_iteration_count > 0;
+}
+
 }  // namespace
 
 double time_left(const Monitor& monitor) {
@@ -154,8 +172,13 @@ LpOutcome LinearSolver::Impl::solve_relaxation(const Model& model, const Params&
     Highs& highs = open(model);
     HighsSettings settings = lp_settings(params, method, monitor);
     const bool on_worker = !runs_directly(model);
-    // The interior point method gains nothing from a basis, but loses presolve by it.
-    if (method == LpMethod::kInteriorPoint) highs.clearSolver();
+    const bool interior = method == LpMethod::kInteriorPoint;
+    if (interior) {
+        // It gains nothing from a basis, but loses presolve by it, and cannot do without presolve:
+        // empty rows and free columns lead it astray.
+        highs.clearSolver();
+        settings.presolve = true;
+    }
     const bool presolved = settings.presolve && !highs.getBasis().valid;
     if (presolved) settings.presolve_rules_off = rules_to_avoid(highs);
 
@@ -183,11 +206,14 @@ LpOutcome LinearSolver::Impl::solve_relaxation(const Model& model, const Params&
                               std::max<long>(0, info.crossover_iteration_count);
         outcome.barrier_iterations += std::max<long>(0, info.ipm_iteration_count);
         status = highs.getModelStatus();
-        const bool doubtful = session->status() == HighsStatus::kError ||
-                              status == HighsModelStatus::kUnboundedOrInfeasible ||
-                              status == HighsModelStatus::kUnknown ||
-                              (status == HighsModelStatus::kInfeasible && presolved &&
-                               attempt == 0 && may_be_unbounded(model));
+        const bool doubtful =
+            session->status() == HighsStatus::kError ||
+            status == HighsModelStatus::kUnboundedOrInfeasible ||
+            status == HighsModelStatus::kUnknown ||
+            (status == HighsModelStatus::kInfeasible && presolved && attempt == 0 &&
+             may_be_unbounded(model)) ||
+            (interior && attempt == 0 &&
+             is_doubtful_interior(highs, settings, stop_reason(status, monitor) != NLRA_STOP_NONE));
         if (!doubtful) break;
     }
     if (session->status() == HighsStatus::kError) {

@@ -167,6 +167,17 @@ TEST("linear: infeasible and unbounded are told apart whatever presolve says") {
             both.col(0, 0, 1);
             both.row({{1, 1}, {2, 1}}, 'G', 3);
             CHECK(both.lp(method) == NLRA_LP_INFEAS);
+
+            TestProblem mistaken;  // feasible, but HiGHS's presolve says it is not
+            mistaken.problem.controls.set_int(kPresolve, static_cast<int64_t>(presolve));
+            mistaken.col(-2, 0, kInf);
+            mistaken.col(-2, 0, 2);
+            mistaken.col(2, 0, 1);
+            mistaken.col(2, -kInf, kInf);
+            mistaken.col(0, 0, 1);
+            mistaken.row({{0, 1}, {1, 1}, {2, 1}, {3, 2}}, 'L', 2);
+            mistaken.row({{0, -2}, {1, -2}, {2, 1}, {3, -2}, {4, 2}}, 'L', 0);
+            CHECK(mistaken.lp(method) == NLRA_LP_UNBOUNDED);
         }
     }
 }

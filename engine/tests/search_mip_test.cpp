@@ -119,6 +119,19 @@ TEST("mip: random problems with infinite bounds are unbounded where their relaxa
     CHECK(unbounded > 200 && unfinished < 5);
 }
 
+TEST("mip: what presolve solves alone is the optimum") {
+    // HiGHS calls -10 optimal: undoing presolve rounds a column and loses half a unit.
+    TestProblem test;
+    test.col(1, 1, kInf, 'I');
+    test.col(1, -1, 1, 'I');
+    test.col(-1, 0, kInf, 'I');
+    test.col(1, -3, 2);
+    test.col(-2, -1, 3);
+    test.row({{0, -2}, {2, 2}, {3, -2}, {4, -1}}, 'L', 4);
+    REQUIRE(test.mip() == NLRA_MIP_OPTIMAL);
+    CHECK_NEAR(test.mip_objective(), -10.5, 1e-6);
+}
+
 TEST("mip: degenerate shapes") {
     TestProblem no_rows;
     no_rows.col(1, -2.5, 7.5, 'I');
