@@ -87,7 +87,9 @@ def w3(d, style, ck):
         p = new()
         x = [nalora.var(lb=-10, ub=10) for i in R]
         p.addVariable(x)
-        p.setObjective(sum(q[i][j] * x[i] * x[j] for i in R for j in R) + sum(lin[i] * x[i] for i in R))
+        p.setObjective(
+            sum(q[i][j] * x[i] * x[j] for i in R for j in R) + sum(lin[i] * x[i] for i in R)
+        )
     return done(p, ck, load_s=0.0)
 
 

@@ -38,18 +38,18 @@ extern "C" {
 
 /* Error codes (the code of a last error; also the status returned). */
 enum {
-    NLRA_ERROR_MEMORY = 1,    /* out of memory */
-    NLRA_ERROR_ARGUMENT = 2,  /* an argument is out of its range; the text names it */
-    NLRA_ERROR_STATE = 3,     /* not possible in the problem's present state */
-    NLRA_ERROR_BUSY = 4,      /* the problem is being solved */
-    NLRA_ERROR_NOTSTARTED = 5,/* the library has not been started */
-    NLRA_ERROR_FILE = 6,      /* file missing, unreadable, malformed, or not writable */
-    NLRA_ERROR_CONTROL = 7,   /* unknown control or attribute, or value out of range */
-    NLRA_ERROR_NONCONVEX = 8, /* the problem is not convex (status attributes are 8 as well) */
-    NLRA_ERROR_UNSUPPORTED = 9,/* no solver of this library takes such a problem */
-    NLRA_ERROR_NOTFOUND = 10, /* a name that the problem does not have */
-    NLRA_ERROR_SOLVER = 11,   /* the solving engine failed numerically */
-    NLRA_ERROR_CLOSED = 12    /* the handle outlived NLRAfree */
+    NLRA_ERROR_MEMORY = 1,      /* out of memory */
+    NLRA_ERROR_ARGUMENT = 2,    /* an argument is out of its range; the text names it */
+    NLRA_ERROR_STATE = 3,       /* not possible in the problem's present state */
+    NLRA_ERROR_BUSY = 4,        /* the problem is being solved */
+    NLRA_ERROR_NOTSTARTED = 5,  /* the library has not been started */
+    NLRA_ERROR_FILE = 6,        /* file missing, unreadable, malformed, or not writable */
+    NLRA_ERROR_CONTROL = 7,     /* unknown control or attribute, or value out of range */
+    NLRA_ERROR_NONCONVEX = 8,   /* the problem is not convex (status attributes are 8 as well) */
+    NLRA_ERROR_UNSUPPORTED = 9, /* no solver of this library takes such a problem */
+    NLRA_ERROR_NOTFOUND = 10,   /* a name that the problem does not have */
+    NLRA_ERROR_SOLVER = 11,     /* the solving engine failed numerically */
+    NLRA_ERROR_CLOSED = 12      /* the handle outlived NLRAfree */
 };
 
 /* Reasons of NLRAinterrupt and values of the attribute "stopstatus". */
@@ -66,7 +66,10 @@ enum {
 
 /* Types of controls and attributes as NLRAgetcontrolinfo and NLRAgetattribinfo tell them. */
 enum {
-    NLRA_TYPE_NOTDEFINED = 0, NLRA_TYPE_INT = 1, NLRA_TYPE_INT64 = 2, NLRA_TYPE_DOUBLE = 3,
+    NLRA_TYPE_NOTDEFINED = 0,
+    NLRA_TYPE_INT = 1,
+    NLRA_TYPE_INT64 = 2,
+    NLRA_TYPE_DOUBLE = 3,
     NLRA_TYPE_STRING = 4
 };
 
@@ -75,15 +78,15 @@ enum { NLRA_NAMES_ROW = 1, NLRA_NAMES_COLUMN = 2, NLRA_NAMES_SET = 3 };
 
 /* Identifiers that the modeling layer relies on. NLRAgetcalist_c lists all. */
 enum {
-    NLRA_ROWS = 1001,          /* rows of the matrix in its present state */
-    NLRA_SETS = 1004,          /* special ordered sets */
-    NLRA_LPSTATUS = 1010,      /* lp_... status of the last linear solve */
-    NLRA_MIPSTATUS = 1011,     /* mip_... status of the last mixed integer solve */
-    NLRA_COLS = 1018,          /* columns of the matrix in its present state */
+    NLRA_ROWS = 1001,      /* rows of the matrix in its present state */
+    NLRA_SETS = 1004,      /* special ordered sets */
+    NLRA_LPSTATUS = 1010,  /* lp_... status of the last linear solve */
+    NLRA_MIPSTATUS = 1011, /* mip_... status of the last mixed integer solve */
+    NLRA_COLS = 1018,      /* columns of the matrix in its present state */
     NLRA_SPAREROWS = 1019,
-    NLRA_QCONSTRAINTS = 1028,  /* rows with quadratic terms */
-    NLRA_MIPENTS = 1032,       /* columns that are not continuous */
-    NLRA_ORIGINALROWS = 1124,  /* rows of the problem as loaded */
+    NLRA_QCONSTRAINTS = 1028, /* rows with quadratic terms */
+    NLRA_MIPENTS = 1032,      /* columns that are not continuous */
+    NLRA_ORIGINALROWS = 1124, /* rows of the problem as loaded */
     NLRA_ORIGINALSETS = 1194,
     NLRA_ORIGINALCOLS = 1214,
     NLRA_ORIGINALPWLCONS = 1325,
@@ -91,21 +94,33 @@ enum {
     NLRA_LPOBJVAL = 2001,
     NLRA_MIPOBJVAL = 2003,
     NLRA_BESTBOUND = 2004,
-    NLRA_LOGLEVEL = 8035       /* integer control: 0 silent, 1 normal, 2 detailed */
+    NLRA_LOGLEVEL = 8035 /* integer control: 0 silent, 1 normal, 2 detailed */
 };
 
 /* Values of NLRA_LPSTATUS. */
 enum {
-    NLRA_LP_UNSTARTED = 0, NLRA_LP_OPTIMAL = 1, NLRA_LP_INFEAS = 2, NLRA_LP_CUTOFF = 3,
-    NLRA_LP_UNFINISHED = 4, NLRA_LP_UNBOUNDED = 5, NLRA_LP_CUTOFF_IN_DUAL = 6,
-    NLRA_LP_UNSOLVED = 7, NLRA_LP_NONCONVEX = 8
+    NLRA_LP_UNSTARTED = 0,
+    NLRA_LP_OPTIMAL = 1,
+    NLRA_LP_INFEAS = 2,
+    NLRA_LP_CUTOFF = 3,
+    NLRA_LP_UNFINISHED = 4,
+    NLRA_LP_UNBOUNDED = 5,
+    NLRA_LP_CUTOFF_IN_DUAL = 6,
+    NLRA_LP_UNSOLVED = 7,
+    NLRA_LP_NONCONVEX = 8
 };
 
 /* Values of NLRA_MIPSTATUS; 8 stands for a nonconvex continuous part. */
 enum {
-    NLRA_MIP_NOT_LOADED = 0, NLRA_MIP_LP_NOT_OPTIMAL = 1, NLRA_MIP_LP_OPTIMAL = 2,
-    NLRA_MIP_NO_SOL_FOUND = 3, NLRA_MIP_SOLUTION = 4, NLRA_MIP_INFEAS = 5, NLRA_MIP_OPTIMAL = 6,
-    NLRA_MIP_UNBOUNDED = 7, NLRA_MIP_NONCONVEX = 8
+    NLRA_MIP_NOT_LOADED = 0,
+    NLRA_MIP_LP_NOT_OPTIMAL = 1,
+    NLRA_MIP_LP_OPTIMAL = 2,
+    NLRA_MIP_NO_SOL_FOUND = 3,
+    NLRA_MIP_SOLUTION = 4,
+    NLRA_MIP_INFEAS = 5,
+    NLRA_MIP_OPTIMAL = 6,
+    NLRA_MIP_UNBOUNDED = 7,
+    NLRA_MIP_NONCONVEX = 8
 };
 
 /* Message types of message callbacks. */
@@ -254,8 +269,8 @@ NLRA_API int NLRAgetrows64(NLRAprob prob, int64_t* start, int* colind, double* v
                            int64_t* ncoefs, int first, int last);
 /* Quadratic objective, columns first to last: the entries with col1 in the range and
  * col1 <= col2, as NLRAchgmqobj takes them; start has last - first + 2 entries. */
-NLRA_API int NLRAgetmqobj64(NLRAprob prob, int64_t* start, int* colind, double* value,
-                            int64_t size, int64_t* ncoefs, int first, int last);
+NLRA_API int NLRAgetmqobj64(NLRAprob prob, int64_t* start, int* colind, double* value, int64_t size,
+                            int64_t* ncoefs, int first, int last);
 NLRA_API int NLRAgetmqobj(NLRAprob prob, int* start, int* colind, double* value, int size,
                           int* ncoefs, int first, int last);
 /* Quadratic terms of a row as NLRAaddqmatrix64 takes them, col1 <= col2. */
@@ -330,7 +345,7 @@ NLRA_API int NLRAgetattribinfo(NLRAprob prob, const char* name, int* id, int* ty
 /* One row of the list of controls and attributes. Flag bit 0: integer (32 or 64 bit), bit 1:
  * floating point, neither: string; bit 5 (32): control, else attribute. */
 typedef struct {
-    const char* name;        /* null or empty ends the list */
+    const char* name; /* null or empty ends the list */
     int id;
     int flags;
     const char* description; /* one sentence with default and range */

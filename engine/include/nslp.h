@@ -15,15 +15,14 @@ typedef struct nslp_problem* NSLPprob;
 
 /* Identifiers that the modeling layer relies on. */
 enum {
-    NSLP_ROWS = 11999,      /* rows, those of nonlinear formulas included */
-    NSLP_COLS = 12000,      /* columns */
-    NSLP_STATUS = 12044,    /* nlp_... status of the last nonlinear solve, 0 before one */
-    NSLP_OBJVAL = 12179,    /* objective value of the last nonlinear solve */
-    NSLP_THREADS = 12415    /* integer control: threads for evaluating, 0: the library decides */
+    NSLP_ROWS = 11999,   /* rows, those of nonlinear formulas included */
+    NSLP_COLS = 12000,   /* columns */
+    NSLP_STATUS = 12044, /* nlp_... status of the last nonlinear solve, 0 before one */
+    NSLP_OBJVAL = 12179, /* objective value of the last nonlinear solve */
+    NSLP_THREADS = 12415 /* integer control: threads for evaluating, 0: the library decides */
 };
 
-typedef void (*NSLPmessagecb)(NSLPprob prob, void* data, const char* text, int length,
-                              int msgtype);
+typedef void (*NSLPmessagecb)(NSLPprob prob, void* data, const char* text, int length, int msgtype);
 
 /* The optimizer must have been started. */
 NLRA_API int NSLPinit(void);

@@ -12,27 +12,28 @@ namespace nalora {
 inline constexpr int kCallbackSlots = 40;
 
 struct ProblemObject {
-    PyObject_HEAD
-    NLRAprob prob;            // owned, as everything below unless said otherwise
-    NSLPprob nonlinear;       // null without the nonlinear solver
-    PyObject* variables;      // list; position i is column i (the user's columns)
-    PyObject* constraints;    // list; position i is row i
-    PyObject* sets;           // list
-    PyObject* controls;       // nalora.control
-    PyObject* attributes;     // nalora.attribute
+    PyObject_HEAD NLRAprob prob;  // owned, as everything below unless said otherwise
+    NSLPprob nonlinear;           // null without the nonlinear solver
+    PyObject* variables;          // list; position i is column i (the user's columns)
+    PyObject* constraints;        // list; position i is row i
+    PyObject* sets;               // list
+    PyObject* controls;           // nalora.control
+    PyObject* attributes;         // nalora.attribute
     IndexMap* variable_index;
     IndexMap* constraint_index;
     IndexMap* set_index;
     PyObject* callbacks[kCallbackSlots];  // null or list of registrations
-    int32_t transfer_row;     // -1: none
+    int32_t transfer_row;                 // -1: none
     int32_t nonlinear_batches;
     uint32_t nonlinear_objective;
-    PyObject* user_functions; // dict or null
-    int64_t transfer_column;  // -1: none
-    PyObject* module;         // keeps the module alive
+    PyObject* user_functions;  // dict or null
+    int64_t transfer_column;   // -1: none
+    PyObject* module;          // keeps the module alive
 };
 
-inline ProblemObject* as_problem(PyObject* o) noexcept { return reinterpret_cast<ProblemObject*>(o); }
+inline ProblemObject* as_problem(PyObject* o) noexcept {
+    return reinterpret_cast<ProblemObject*>(o);
+}
 inline PyObject* as_object(ProblemObject* p) noexcept { return reinterpret_cast<PyObject*>(p); }
 inline bool is_problem(PyObject* o) noexcept { return PyObject_TypeCheck(o, &ProblemType); }
 
@@ -53,7 +54,7 @@ bool has_nonlinear_solution(ProblemObject* p);
 // Drop list items that the library does not have: a failed addition may leave its objects behind
 // the last column, row or set. Afterwards position i is column, row or set i up to the end.
 void sync_lists(ProblemObject* p);
-void add_variables(ProblemObject* p, PyObject* objects);    // object or nested collection
+void add_variables(ProblemObject* p, PyObject* objects);  // object or nested collection
 void add_constraints(ProblemObject* p, PyObject* objects);
 void add_sets(ProblemObject* p, PyObject* objects);
 void set_objective(ProblemObject* p, PyObject* objective, const int* sense);  // null: keep sense
@@ -63,7 +64,7 @@ void primal_values(ProblemObject* p, double* values);
 int64_t column_count(ProblemObject* p);  // as primal_values needs it
 
 // controls (problem/controls.cpp)
-Ref new_control_accessor(ProblemObject* p);      // null: the module-wide defaults accessor
+Ref new_control_accessor(ProblemObject* p);  // null: the module-wide defaults accessor
 Ref new_attribute_accessor(ProblemObject* p);
 void detach_accessors(ProblemObject* p) noexcept;  // the problem dies: accessors raise from now on
 void apply_default_controls(ProblemObject* p);

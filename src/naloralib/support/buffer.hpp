@@ -22,11 +22,10 @@ MemoryInterface& memory() noexcept;
 
 // One C array and the Python objects whose memory its elements point into.
 class Array {
-public:
+  public:
     Array() noexcept = default;
     explicit Array(std::size_t bytes);  // throws std::bad_alloc; zero bytes give a non-null array
-    Array(Array&& o) noexcept
-        : data_(std::exchange(o.data_, nullptr)), keep_(std::move(o.keep_)) {}
+    Array(Array&& o) noexcept : data_(std::exchange(o.data_, nullptr)), keep_(std::move(o.keep_)) {}
     Array& operator=(Array&& o) noexcept {
         std::swap(data_, o.data_);
         std::swap(keep_, o.keep_);
@@ -42,7 +41,7 @@ public:
     void resize(std::size_t bytes);
     void keep(Ref object) { keep_.push_back(std::move(object)); }
 
-private:
+  private:
     void* data_ = nullptr;
     std::vector<Ref> keep_;
 };

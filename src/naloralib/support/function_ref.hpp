@@ -1,4 +1,5 @@
-// A borrowed callable: two words, no allocation. Valid for the duration of the call it is passed to.
+// A borrowed callable: two words, no allocation. Valid for the duration of the call it is passed
+// to.
 #pragma once
 
 #include <memory>
@@ -12,16 +13,17 @@ class FunctionRef;
 
 template <class R, class... Args>
 class FunctionRef<R(Args...)> {
-public:
+  public:
     template <class F, class = std::enable_if_t<!std::is_same_v<std::decay_t<F>, FunctionRef>>>
     FunctionRef(F&& f) noexcept
         : object_(const_cast<void*>(static_cast<const void*>(std::addressof(f)))),
           call_([](void* object, Args... args) -> R {
-              return (*static_cast<std::remove_reference_t<F>*>(object))(std::forward<Args>(args)...);
+              return (*static_cast<std::remove_reference_t<F>*>(object))(
+                  std::forward<Args>(args)...);
           }) {}
     R operator()(Args... args) const { return call_(object_, std::forward<Args>(args)...); }
 
-private:
+  private:
     void* object_;
     R (*call_)(void*, Args...);
 };

@@ -18,7 +18,7 @@ namespace nalora {
 struct PythonError {};
 
 class Ref {
-public:
+  public:
     Ref() noexcept = default;
     Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
     Ref& operator=(Ref&& other) noexcept {
@@ -48,7 +48,7 @@ public:
     [[nodiscard]] PyObject* release() noexcept { return std::exchange(object_, nullptr); }
     explicit operator bool() const noexcept { return object_ != nullptr; }
 
-private:
+  private:
     explicit Ref(PyObject* object) noexcept : object_(object) {}
     PyObject* object_ = nullptr;
 };
