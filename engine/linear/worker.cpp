@@ -101,7 +101,7 @@ void run_on_worker(std::function<void()> job) {
         BlockedSignals blocked;
         std::thread(work, pool, fresh.get()).detach();
         busy.fetch_add(1);
-        fresh.release();
+        static_cast<void>(fresh.release());
         return;
     }
     busy.fetch_add(1);
