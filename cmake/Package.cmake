@@ -1,6 +1,6 @@
 # The package as it is imported: links to its Python files in the build tree, for developers, and
 # the install rules for wheels.
-set(_python_files __init__.py __init__.pyi __main__.py py.typed)
+set(_python_files __init__.py __init__.pyi __main__.py sparse.py sparse.pyi py.typed)
 foreach(_file IN LISTS _python_files)
   file(CREATE_LINK ${CMAKE_SOURCE_DIR}/src/nalora/${_file} ${NALORA_PACKAGE_DIR}/${_file} SYMBOLIC)
 endforeach()

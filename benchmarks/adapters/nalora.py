@@ -1,16 +1,17 @@
-"""nalora: plain operators, and the same loops with generators and one call a block."""
+"""nalora: plain operators; the same loops with nalora.Sum and one call a block; arrays."""
 
 import nalora
+import numpy as np
 
 STYLES = {
-    "w1": ["plain", "quick"],
-    "w2": ["plain", "quick"],
-    "w3": ["plain"],
-    "w4": ["plain", "quick"],
-    "w5": ["plain", "quick"],
+    "w1": ["plain", "quick", "vector"],
+    "w2": ["plain", "quick", "vector"],
+    "w3": ["plain", "quick", "vector"],
+    "w4": ["plain", "quick", "vector"],
+    "w5": ["plain", "quick", "vector"],
     "w6": ["plain", "quick"],
     "w7": ["plain"],
-    "w9": ["plain"],
+    "w9": ["plain", "vector"],
 }
 
 
@@ -40,9 +41,15 @@ def done(p, ck, **extra):
 def w1(d, style, ck):
     n, c, f, dem, k = d.n, d.c, d.f, d.d, d.k
     R = range(n)
-    var = nalora.var
+    var, Sum = nalora.var, nalora.Sum
     with ck("build"):
         p = new()
+        if style == "vector":
+            x, y = nalora.vars(n, n, name="", ub=1), nalora.vars(n, name="", ub=1)
+            p.addVariable(x, y)
+            p.addConstraint(x.sum(axis=0) == 1, nalora.Dot(x, d.D) <= d.K * y, x <= y[:, None])
+            p.setObjective(nalora.Dot(d.F, y) + nalora.Dot(d.C.ravel(), x.ravel()))
+            return done(p, ck, load_s=0.0)
         x = [[var(ub=1) for j in R] for i in R]
         y = [var(ub=1) for i in R]
         p.addVariable(x, y)
@@ -56,10 +63,10 @@ def w1(d, style, ck):
                 for j in R:
                     add(x[i][j] <= y[i])
         else:
-            add(sum(x[i][j] for i in R) == 1 for j in R)
-            add(sum(dem[j] * x[i][j] for j in R) <= k[i] * y[i] for i in R)
+            add(Sum(x[i][j] for i in R) == 1 for j in R)
+            add(Sum(dem[j] * x[i][j] for j in R) <= k[i] * y[i] for i in R)
             add(x[i][j] <= y[i] for i in R for j in R)
-        p.setObjective(sum(f[i] * y[i] for i in R) + sum(c[i][j] * x[i][j] for i in R for j in R))
+        p.setObjective(Sum(f[i] * y[i] for i in R) + Sum(c[i][j] * x[i][j] for i in R for j in R))
     return done(p, ck, load_s=0.0)
 
 
@@ -68,6 +75,12 @@ def w2(d, style, ck):
     R = range(n)
     with ck("build"):
         p = new()
+        if style == "vector":
+            x = nalora.vars(n, name="")
+            p.addVariable(x)
+            p.addConstraint(nalora.Dot(d.A, x) <= d.B)
+            p.setObjective(nalora.Dot(d.C, x), nalora.maximize)
+            return done(p, ck, load_s=0.0)
         x = [nalora.var() for j in R]
         p.addVariable(x)
         if style == "plain":
@@ -85,10 +98,16 @@ def w3(d, style, ck):
     R = range(n)
     with ck("build"):
         p = new()
+        if style == "vector":
+            x = nalora.vars(n, name="", lb=-10, ub=10)
+            p.addVariable(x)
+            p.setObjective(nalora.Dot(x, d.Q, x) + nalora.Dot(d.L, x))
+            return done(p, ck, load_s=0.0)
+        total = nalora.Sum if style == "quick" else sum
         x = [nalora.var(lb=-10, ub=10) for i in R]
         p.addVariable(x)
         p.setObjective(
-            sum(q[i][j] * x[i] * x[j] for i in R for j in R) + sum(lin[i] * x[i] for i in R)
+            total(q[i][j] * x[i] * x[j] for i in R for j in R) + total(lin[i] * x[i] for i in R)
         )
     return done(p, ck, load_s=0.0)
 
@@ -107,6 +126,12 @@ def w4(d, style, ck):
     n = d.n
     with ck("build"):
         p = new()
+        if style == "vector":
+            x = nalora.vars(d.nv, name="", ub=1)
+            p.addVariable(x)
+            p.addConstraint(x[:-2] + 2 * x[1:-1] - x[2:] <= 1)
+            p.setObjective(-1 * x[0] - x[1])
+            return done(p, ck, load_s=0.0)
         x = [nalora.var(ub=1) for i in range(d.nv)]
         p.addVariable(x)
         if style == "plain":
@@ -122,15 +147,19 @@ def w5(d, style, ck):
     t, nv = d.t, d.nv
     p = new()
     with ck("vars"):
-        x = [nalora.var(ub=1) for i in range(nv)]
+        x = nalora.vars(nv, name="", ub=1)
         p.addVariable(x)
+        if style != "vector":
+            x = x.tolist()
     with ck("build"):
         if style == "plain":
             e = 0
             for k in range(d.n):
                 e += t[k] * x[k % nv]
+        elif style == "quick":
+            e = nalora.Sum(t[k] * x[k % nv] for k in range(d.n))
         else:
-            e = sum(t[k] * x[k % nv] for k in range(d.n))
+            e = nalora.Dot(d.T, np.tile(x, d.n // nv))
     with ck("load"):
         p.setObjective(e)
     return done(p, ck)
@@ -178,11 +207,11 @@ def w7(d, style, ck):
 def w9(d, style, ck):
     with ck("build"):
         p = new()
-        x = [nalora.var(lb=v) for v in d.lb]
+        x = np.array([nalora.var(lb=v) for v in d.lb], dtype=nalora.npvar)
         p.addVariable(x)
         p.addConstraint(x[0] + x[1] >= 0)
-        p.setObjective(sum(x))
+        p.setObjective(nalora.Sum(x))
     p.solve()
     with ck("read"):
-        v = p.getSolution()
+        v = p.getSolution(x) if style == "vector" else p.getSolution()
     return done(p, ck, solve=lambda: float(sum(v)))

@@ -15,10 +15,21 @@ void require_narrow(const char* what, const char* name, int type) {
          name);
 }
 
-const Attribute& find_attribute(int id) {
+// The attributes at the places of their identifiers: some are read with every row that is added.
+std::vector<const Attribute*> attributes_by_id() {
+    std::vector<const Attribute*> attributes;
     for (const Attribute& attribute : attribute_table()) {
-        if (attribute.id == id) return attribute;
+        const auto id = static_cast<size_t>(attribute.id);
+        if (id >= attributes.size()) attributes.resize(id + 1);
+        attributes[id] = &attribute;
     }
+    return attributes;
+}
+
+const Attribute& find_attribute(int id) {
+    static const auto& attributes = *new std::vector<const Attribute*>(attributes_by_id());
+    const auto place = static_cast<size_t>(static_cast<unsigned>(id));
+    if (place < attributes.size() && attributes[place] != nullptr) return *attributes[place];
     fail(NLRA_ERROR_CONTROL, "there is no attribute with the identifier %d", id);
 }
 

@@ -57,8 +57,7 @@ Columns gather_columns(int ncols, const Start* start, const int* count, const in
 }
 
 void check_columns(int ncols, const double* obj, const double* lower, const double* upper) {
-    check_array("obj", obj, ncols);
-    check_finite("obj", obj, ncols);
+    if (obj != nullptr) check_finite("obj", obj, ncols);
     for (int col = 0; lower != nullptr && col < ncols; ++col) check_lower("lower", col, lower[col]);
     for (int col = 0; upper != nullptr && col < ncols; ++col) check_upper("upper", col, upper[col]);
 }
@@ -71,6 +70,7 @@ void load_model(nlra_problem& problem, const char* name, int ncols, int nrows, c
     check_count("ncols", ncols);
     check_count("nrows", nrows);
     check_rowtypes(nrows, rowtype, rhs, range);
+    check_array("obj", obj, ncols);
     check_columns(ncols, obj, lower, upper);
     const Columns columns = gather_columns(ncols, start, count, rowind, value);
     const int64_t ncoefs = static_cast<int64_t>(columns.value.size());

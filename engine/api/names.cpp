@@ -40,6 +40,20 @@ int NLRAaddnames(NLRAprob prob, int type, const char* names, int first, int last
     });
 }
 
+int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, int last) {
+    return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+        const Kind kind = name_kind(type);
+        const int count = check_range(first, last, kind_size(problem.model, kind), kind);
+        check_array("numbers", numbers, count);
+        for (int i = 0; i < count; ++i) {
+            if (numbers[i] > 0) continue;
+            fail(NLRA_ERROR_ARGUMENT, "numbers[%d] = %lld is not positive", i,
+                 static_cast<long long>(numbers[i]));
+        }
+        names_of(problem.model, kind).set_numbered(first, count, numbers);
+    });
+}
+
 int NLRAgetindex(NLRAprob prob, int type, const char* name, int* index) {
     return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
         const Kind kind = name_kind(type);
@@ -65,7 +79,7 @@ int NLRAgetnames(NLRAprob prob, int type, char* names, int64_t maxbytes, int64_t
         const Names& all = names_of(problem.model, kind);
         int64_t needed = 0;
         for (int i = first; i < first + count; ++i) {
-            needed += 1 + static_cast<int64_t>(all.has(i) ? all.view(i).size() : all.get(i).size());
+            needed += 1 + static_cast<int64_t>(all.has_text(i) ? all.view(i).size() : all.get(i).size());
         }
         if (nbytes != nullptr) *nbytes = needed;
         if (names == nullptr) return;
@@ -79,7 +93,7 @@ int NLRAgetnames(NLRAprob prob, int type, char* names, int64_t maxbytes, int64_t
                 names[name.size()] = '\0';
                 names += name.size() + 1;
             };
-            all.has(i) ? put(all.view(i)) : put(all.get(i));
+            all.has_text(i) ? put(all.view(i)) : put(all.get(i));
         }
     });
 }

@@ -22,11 +22,11 @@ class WrittenNames {
     // occurs twice: the file could not be read again. `kind` is "row", "column" or "set".
     WrittenNames(const Names& names, int count, const char* kind, const Output& output,
                  bool (*valid)(std::string_view)) {
-        // Default names are made in an arena first: views into it need its final place.
+        // Names that are numbers are made in an arena first: views into it need its final place.
         std::string defaults;
         std::vector<size_t> ends;
         for (int i = 0; i < count; ++i) {
-            if (!names.has(i)) {
+            if (!names.has_text(i)) {
                 defaults += names.get(i);
                 ends.push_back(defaults.size());
             }
@@ -36,7 +36,7 @@ class WrittenNames {
         size_t next = 0;
         for (int i = 0; i < count; ++i) {
             std::string_view name;
-            if (names.has(i)) {
+            if (names.has_text(i)) {
                 name = names.view(i);
             } else {
                 name = {defaults_.data() + begin, ends[next] - begin};

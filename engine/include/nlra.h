@@ -198,13 +198,16 @@ NLRA_API int NLRAloadlp64(NLRAprob prob, const char* name, int ncols, int nrows,
 NLRA_API int NLRAaddrows64(NLRAprob prob, int nrows, int64_t ncoefs, const char* rowtype,
                            const double* rhs, const double* range, const int64_t* start,
                            const int* colind, const double* value);
-/* Append continuous columns, the same way. Null bounds as in NLRAloadlp. */
+/* Append continuous columns, the same way. A null obj is zero; null bounds as in NLRAloadlp. */
 NLRA_API int NLRAaddcols64(NLRAprob prob, int ncols, int64_t ncoefs, const double* obj,
                            const int64_t* start, const int* rowind, const double* value,
                            const double* lower, const double* upper);
 /* Names of the rows, columns or sets first to last, packed. Names may repeat; a look-up then
  * finds the first. An empty name stands for none. */
 NLRA_API int NLRAaddnames(NLRAprob prob, int type, const char* names, int first, int last);
+/* The same for names that are R, C or S and a positive number, without the texts: they take no
+ * more memory than no name. */
+NLRA_API int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, int last);
 /* Append sets; settype '1' or '2' each; start has nsets entries or more, as in NLRAaddrows64.
  * Weights order a set's columns and must differ within a set. */
 NLRA_API int NLRAaddsets64(NLRAprob prob, int nsets, int64_t nelems, const char* settype,

@@ -3,17 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "store/make_room.hpp"
+
 namespace nlra {
-namespace {
-
-// Geometric growth: reserve() alone would make many small appends quadratic.
-template <class T>
-void make_room(std::vector<T>& vector, int64_t more) {
-    const size_t needed = vector.size() + static_cast<size_t>(more);
-    if (needed > vector.capacity()) vector.reserve(std::max(needed, 2 * vector.capacity()));
-}
-
-}  // namespace
 
 void RowMatrix::reserve(int more_rows, int64_t more_coefs) {
     make_room(start_, more_rows);
@@ -23,7 +15,6 @@ void RowMatrix::reserve(int more_rows, int64_t more_coefs) {
 
 void RowMatrix::append_rows(int count, int64_t ncoefs, const int64_t* start, const int* colind,
                             const double* value) {
-    reserve(count, ncoefs);
     if (ncoefs == 0) {
         start_.insert(start_.end(), static_cast<size_t>(count), start_.back());
         return;

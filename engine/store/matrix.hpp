@@ -24,7 +24,7 @@ class RowMatrix {
     // Room for appending, so that the append itself cannot run out of memory.
     void reserve(int more_rows, int64_t more_coefs);
     // Zero values are dropped. `start` has `count` entries, the last row ends at `ncoefs`. With
-    // ncoefs zero the arrays may be null.
+    // ncoefs zero the arrays may be null. Changes nothing when room was made and memory runs out.
     void append_rows(int count, int64_t ncoefs, const int64_t* start, const int* colind,
                      const double* value);
     // Coefficients of the new columns first_col, ...; arrays by column as above. No coefficient

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <new>
 
+#include "store/make_room.hpp"
+
 namespace nlra {
 namespace {
 
@@ -11,21 +13,17 @@ double clamp_infinite(double value) {
     return value > kInfinity ? kInfinity : value < -kInfinity ? -kInfinity : value;
 }
 
-template <class T>
-void make_room(std::vector<T>& vector, int more) {
-    const size_t needed = vector.size() + static_cast<size_t>(more);
-    if (needed > vector.capacity()) vector.reserve(std::max(needed, 2 * vector.capacity()));
-}
-
 // Append `count` values, clamped; `fill` where there is no array. Room has been made.
 void append(std::vector<double>& vector, int count, const double* values, double fill) {
-    if (values == nullptr) {
-        vector.insert(vector.end(), static_cast<size_t>(count), fill);
+    if (count == 1) {
+        vector.push_back(values != nullptr ? clamp_infinite(*values) : fill);
         return;
     }
     const size_t first = vector.size();
-    vector.insert(vector.end(), values, values + count);
-    for (size_t i = first; i < vector.size(); ++i) vector[i] = clamp_infinite(vector[i]);
+    vector.resize(first + static_cast<size_t>(count), fill);
+    if (values == nullptr) return;
+    double* const to = vector.data() + first;
+    for (int i = 0; i < count; ++i) to[i] = clamp_infinite(values[i]);
 }
 
 // Note a change at `place` among `possible` places. A list that nobody consumes must not grow for
@@ -106,13 +104,12 @@ void Model::add_rows(int count, int64_t ncoefs, const char* type, const double* 
     make_room(range, count);
     rownames.reserve(rows() + count);
 
-    const int first = rows();
     matrix.append_rows(count, ncoefs, start, colind, value);
-    rowtype.insert(rowtype.end(), type, type + count);
     append(rhs, count, new_rhs, 0.0);
-    append(range, count, new_range, 0.0);
-    for (int row = first; row < rows(); ++row) {
-        range[row] = rowtype[row] == 'R' ? std::abs(range[row]) : 0.0;
+    for (int i = 0; i < count; ++i) {
+        const bool ranged = type[i] == 'R' && new_range != nullptr;
+        rowtype.push_back(type[i]);
+        range.push_back(ranged ? std::abs(clamp_infinite(new_range[i])) : 0.0);
     }
     rownames.resize(rows());
 }

@@ -6,61 +6,84 @@
 #include <functional>
 #include <new>
 
+#include "store/make_room.hpp"
+
 namespace nlra {
 namespace {
 
-int default_length(int index) {
-    int length = 2;
-    for (int64_t number = int64_t{index} + 1; number >= 10; number /= 10) ++length;
-    return length;
+int digits(int64_t number) {
+    int count = 1;
+    for (; number >= 10; number /= 10) ++count;
+    return count;
 }
 
 }  // namespace
 
 void Names::resize(int count) {
     if (count < size()) {
-        for (int i = count; i < size(); ++i) live_ -= std::max(spans_[i].length, 0);
+        for (int i = count; i < size(); ++i) live_ -= text_bytes(entries_[i]);
         forget_slots();
     }
-    spans_.resize(static_cast<size_t>(count));
+    entries_.resize(static_cast<size_t>(count));
 }
 
-void Names::reserve(int count) {
-    const size_t needed = static_cast<size_t>(count);
-    if (needed > spans_.capacity()) spans_.reserve(std::max(needed, 2 * spans_.capacity()));
-}
+void Names::reserve(int count) { make_room(entries_, count - size()); }
 
 void Names::set(int index, std::string_view name) {
-    const int64_t offset = static_cast<int64_t>(arena_.size());
-    arena_.insert(arena_.end(), name.begin(), name.end());
-    assign(index, offset, static_cast<int32_t>(name.size()));
+    make_room(arena_, static_cast<int64_t>(name.size() + 1));
+    assign(index, make_entry(name));
     drop_waste();
 }
 
 void Names::set_packed(int first, int count, const char* names) {
+    int64_t bytes = 0;
     const char* end = names;
-    for (int i = 0; i < count; ++i) end += std::strlen(end) + 1;
-    int64_t offset = static_cast<int64_t>(arena_.size());
-    arena_.insert(arena_.end(), names, end);
     for (int i = 0; i < count; ++i) {
-        const int32_t length = static_cast<int32_t>(std::strlen(arena_.data() + offset));
-        assign(first + i, offset, length);
-        offset += length + 1;
+        const std::string_view name = end;
+        end += name.size() + 1;
+        if (number_of(name) == 0) bytes += static_cast<int64_t>(name.size() + 1);
+    }
+    make_room(arena_, bytes);
+    for (int i = 0; i < count; ++i) {
+        const std::string_view name = names;
+        names += name.size() + 1;
+        assign(first + i, make_entry(name));
     }
     drop_waste();
 }
 
-void Names::assign(int index, int64_t offset, int32_t length) {
-    Span& span = spans_[index];
-    if (span.length >= 0) {
-        live_ -= span.length;
+void Names::set_numbered(int first, int count, const int64_t* numbers) {
+    for (int i = 0; i < count; ++i) {
+        if (entries_[first + i] == 0 && slots_.empty()) {
+            entries_[first + i] = numbers[i];
+        } else {
+            assign(first + i, numbers[i]);
+        }
+    }
+    drop_waste();
+}
+
+// Room for the text has been made.
+Names::Entry Names::make_entry(std::string_view name) {
+    const int64_t number = number_of(name);
+    if (number != 0 || name.empty()) return number;
+    const auto offset = static_cast<int64_t>(arena_.size());
+    arena_.insert(arena_.end(), name.begin(), name.end());
+    arena_.push_back('\0');
+    return -1 - offset;
+}
+
+void Names::assign(int index, Entry entry) {
+    Entry& present = entries_[index];
+    if (present != 0) {
+        live_ -= text_bytes(present);
         forget_slots();
     }
-    span = length == 0 ? Span{} : Span{offset, length};
-    live_ += length;
-    if (!slots_.empty() && length > 0) {
+    present = entry;
+    live_ += text_bytes(entry);
+    if (!slots_.empty() && entry != 0) {
         // A new name for a nameless object: the index can take it in, until it is half full.
-        int32_t& slot = slots_[slot_of(view(index))];
+        int32_t& slot = slots_[slot_of(index)];
         if (slot >= 0) {
             slot = std::min(slot, static_cast<int32_t>(index));
         } else {
@@ -79,67 +102,86 @@ void Names::drop_waste() {
     } catch (const std::bad_alloc&) {
         return;  // the waste stays for now
     }
-    for (Span& span : spans_) {
-        if (span.length < 0) continue;
-        const char* const from = arena_.data() + span.offset;
-        span.offset = static_cast<int64_t>(packed.size());
-        packed.insert(packed.end(), from, from + span.length);
+    for (Entry& entry : entries_) {
+        if (entry >= 0) continue;
+        const char* const from = arena_.data() + (-1 - entry);
+        const int64_t bytes = text_bytes(entry);
+        entry = -1 - static_cast<int64_t>(packed.size());
+        packed.insert(packed.end(), from, from + bytes);
     }
     arena_.swap(packed);
 }
 
 std::string Names::get(int index) const {
-    if (has(index)) return std::string(view(index));
-    return letter_ + std::to_string(int64_t{index} + 1);
+    const Entry entry = entries_[index];
+    if (entry < 0) return std::string(view(index));
+    return letter_ + std::to_string(entry > 0 ? entry : int64_t{index} + 1);
 }
 
 std::string_view Names::view(int index) const {
-    const Span& span = spans_[index];
-    return {arena_.data() + span.offset, static_cast<size_t>(span.length)};
+    return arena_.data() + (-1 - entries_[index]);
+}
+
+int64_t Names::text_bytes(Entry entry) const {
+    return entry < 0 ? static_cast<int64_t>(std::strlen(arena_.data() + (-1 - entry))) + 1 : 0;
 }
 
 int Names::longest() const {
-    int longest = 0;
+    int64_t longest = 0;
     for (int i = 0; i < size(); ++i) {
-        longest = std::max(longest, has(i) ? spans_[i].length : default_length(i));
+        const Entry entry = entries_[i];
+        longest = std::max(longest, entry < 0   ? text_bytes(entry) - 1
+                                    : entry > 0 ? 1 + digits(entry)
+                                                : 1 + digits(int64_t{i} + 1));
     }
-    return longest;
+    return static_cast<int>(longest);
 }
 
-int Names::default_index(std::string_view name) const {
-    if (name.size() < 2 || name[0] != letter_ || name[1] < '1' || name[1] > '9') return -1;
-    int number = 0;
+int64_t Names::number_of(std::string_view name) const {
+    if (name.size() < 2 || name[0] != letter_ || name[1] < '1' || name[1] > '9') return 0;
+    int64_t number = 0;
     const char* const end = name.data() + name.size();
     const auto [rest, error] = std::from_chars(name.data() + 1, end, number);
-    if (error != std::errc() || rest != end || number > size() || has(number - 1)) return -1;
-    return number - 1;
+    return error == std::errc() && rest == end ? number : 0;
 }
 
 int Names::find(std::string_view name) const {
     if (name.empty()) return -1;
     if (slots_.empty()) build_slots();
-    const int named = slots_[slot_of(name)];
-    const int unnamed = default_index(name);
+    const int64_t number = number_of(name);
+    const int named = slots_[slot_of(name, number)];
+    const bool is_default = number > 0 && number <= size() && entries_[number - 1] == 0;
+    const int unnamed = is_default ? static_cast<int>(number - 1) : -1;
     return named < 0 || (unnamed >= 0 && unnamed < named) ? unnamed : named;
 }
 
-size_t Names::slot_of(std::string_view name) const {
+size_t Names::slot_of(int index) const {
+    const Entry entry = entries_[index];
+    return entry < 0 ? slot_of(view(index), 0) : slot_of({}, entry);
+}
+
+size_t Names::slot_of(std::string_view name, int64_t number) const {
     const size_t mask = slots_.size() - 1;
-    size_t slot = std::hash<std::string_view>()(name) & mask;
-    while (slots_[slot] >= 0 && view(slots_[slot]) != name) slot = (slot + 1) & mask;
+    size_t slot = number != 0 ? static_cast<size_t>(number) * 0x9E3779B97F4A7C15u >> 16
+                              : std::hash<std::string_view>()(name);
+    const auto differs = [&](int index) {
+        if (number != 0) return entries_[index] != number;
+        return !has_text(index) || view(index) != name;
+    };
+    for (slot &= mask; slots_[slot] >= 0 && differs(slots_[slot]);) slot = (slot + 1) & mask;
     return slot;
 }
 
 void Names::build_slots() const {
-    const size_t named = static_cast<size_t>(std::count_if(
-        spans_.begin(), spans_.end(), [](const Span& span) { return span.length >= 0; }));
+    const size_t named = entries_.size() - static_cast<size_t>(std::count(
+                                               entries_.begin(), entries_.end(), Entry{0}));
     size_t size = 16;
     while (size < 4 * named) size *= 2;
     slots_.assign(size, -1);
     used_slots_ = 0;
     for (int i = 0; i < this->size(); ++i) {
-        if (!has(i)) continue;
-        int32_t& slot = slots_[slot_of(view(i))];
+        if (entries_[i] == 0) continue;
+        int32_t& slot = slots_[slot_of(i)];
         if (slot >= 0) continue;
         slot = i;
         ++used_slots_;
@@ -149,18 +191,18 @@ void Names::build_slots() const {
 void Names::compact(const std::vector<int>& map) {
     forget_slots();
     size_t kept = 0;
-    for (size_t i = 0; i < spans_.size(); ++i) {
+    for (size_t i = 0; i < entries_.size(); ++i) {
         if (map[i] >= 0) {
-            spans_[kept++] = spans_[i];
+            entries_[kept++] = entries_[i];
         } else {
-            live_ -= std::max(spans_[i].length, 0);
+            live_ -= text_bytes(entries_[i]);
         }
     }
-    spans_.resize(kept);
+    entries_.resize(kept);
 }
 
 void Names::clear() {
-    spans_.clear();
+    entries_.clear();
     arena_.clear();
     live_ = 0;
     forget_slots();

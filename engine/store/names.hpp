@@ -1,5 +1,6 @@
 // Names of rows, columns or sets: one packed arena, and a hash index that is built on the first
-// look-up only, since most models are never searched by name.
+// look-up only, since most models are never searched by name. Names that are the default letter
+// and a number, which is what most objects are called, are kept as the number.
 #pragma once
 
 #include <cstdint>
@@ -16,16 +17,19 @@ class Names {
     // Make room for `count` objects; new ones have no name. Shrinks as well.
     void resize(int count);
     void reserve(int count);
-    int size() const { return static_cast<int>(spans_.size()); }
+    int size() const { return static_cast<int>(entries_.size()); }
     // An empty name takes the object's name away.
     void set(int index, std::string_view name);
     // Names of the objects first, first + 1, ..., each ended by a NUL. All or, when out of memory,
     // none.
     void set_packed(int first, int count, const char* names);
-    bool has(int index) const { return spans_[index].length >= 0; }
+    // The same for names that are the default letter and a positive number. Cannot fail.
+    void set_numbered(int first, int count, const int64_t* numbers);
+    // Whether the name is kept as text; if not, there is none, or it is a number.
+    bool has_text(int index) const { return entries_[index] < 0; }
     // The name, or the default letter with index + 1 where there is none.
     std::string get(int index) const;
-    // Bytes of the name without a NUL; never null. Only valid for an index that has a name.
+    // Bytes of the name without a NUL; never null. Only valid where has_text() holds.
     std::string_view view(int index) const;
     // Bytes of the longest name, default names counted.
     int longest() const;
@@ -36,21 +40,25 @@ class Names {
     void clear();
 
   private:
-    struct Span {
-        int64_t offset = 0;
-        int32_t length = -1;
-    };
+    // An object's name in one word: 0 for none; n > 0 for the letter and n; otherwise -1 - n for
+    // the text, ended by a NUL, at n in the arena. A text that reads like a number never is one,
+    // so that equal names have words of the same kind.
+    using Entry = int64_t;
 
-    void assign(int index, int64_t offset, int32_t length);
+    // What the name is as a number, 0 when it must be kept as text.
+    int64_t number_of(std::string_view name) const;
+    int64_t text_bytes(Entry entry) const;  // in the arena, with the NUL
+    Entry make_entry(std::string_view name);
+    void assign(int index, Entry entry);
     void drop_waste();
     void build_slots() const;
     // The slot that holds an object of this name, or the free one where it would go.
-    size_t slot_of(std::string_view name) const;
-    int default_index(std::string_view name) const;
+    size_t slot_of(int index) const;
+    size_t slot_of(std::string_view name, int64_t number) const;
     void forget_slots() { slots_.clear(), used_slots_ = 0; }
 
     char letter_;
-    std::vector<Span> spans_;
+    std::vector<Entry> entries_;
     std::vector<char> arena_;
     int64_t live_ = 0;  // bytes of the arena that belong to names
     // Open addressing: object indices, -1 free. Empty: not built. Only the first object of equal

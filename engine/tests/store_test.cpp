@@ -240,6 +240,11 @@ TEST("store: names are found whatever happened since the index was built") {
             const size_t i = random() % plain.size();
             plain[i] = "C" + std::to_string(random() % 60 + 1) + (random() % 2 == 0 ? "" : "x");
             names.set(static_cast<int>(i), plain[i]);
+        } else if (kind < 62) {
+            const size_t i = random() % plain.size();
+            const int64_t number = 1 + random() % 60;
+            plain[i] = "C" + std::to_string(number);
+            names.set_numbered(static_cast<int>(i), 1, &number);
         } else if (kind < 64) {
             // As many go as come in the long run.
             std::vector<int> map;
@@ -263,6 +268,10 @@ TEST("store: names are found whatever happened since the index was built") {
         }
         const std::string wanted = "C" + std::to_string(random() % 70) + (random() % 2 ? "" : "x");
         if (!CHECK(names.find(wanted) == expect(wanted))) return;
+    }
+    for (size_t i = 0; i < plain.size(); ++i) {
+        const std::string name = plain[i].empty() ? "C" + std::to_string(i + 1) : plain[i];
+        CHECK(names.get(static_cast<int>(i)) == name);
     }
     CHECK(names.find("") == -1 && names.find("C") == -1 && names.find("C01") == -1);
     CHECK(names.find("C99999999999") == -1);

@@ -9,7 +9,7 @@
 All names come from the compiled module `nalora.naloralib`.
 """
 
-from . import naloralib
+from . import naloralib, sparse
 
 __version__ = "0.1.0.dev0"
 

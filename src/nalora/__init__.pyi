@@ -4,12 +4,15 @@ from typing import Any, Callable, ClassVar, Iterable, Mapping, Sequence, overloa
 import numpy as np
 from typing_extensions import TypeAlias
 
+from . import sparse as sparse
+
 __version__: str
 
 # The types of expressions, accessors and terms are no attributes of the module: they are the
 # results of operations. The names below exist in these stubs only.
 
 _Scalar: TypeAlias = _Operand | float
+_Array: TypeAlias = np.ndarray[Any, Any]
 _Name: TypeAlias = str | bytes
 _Path: TypeAlias = str | bytes | PathLike[str]
 _Column: TypeAlias = int | str | var
@@ -23,24 +26,64 @@ class _Operand:
     """
 
     __hash__: ClassVar[Any]
+    @overload
     def __add__(self, other: _Scalar, /) -> _Operand: ...
+    @overload
+    def __add__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __radd__(self, other: _Scalar, /) -> _Operand: ...
+    @overload
+    def __radd__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __sub__(self, other: _Scalar, /) -> _Operand: ...
+    @overload
+    def __sub__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __rsub__(self, other: _Scalar, /) -> _Operand: ...
+    @overload
+    def __rsub__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __mul__(self, other: _Scalar, /) -> _Operand: ...
+    @overload
+    def __mul__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __rmul__(self, other: _Scalar, /) -> _Operand: ...
+    @overload
+    def __rmul__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __truediv__(self, other: _Scalar, /) -> _Operand: ...
+    @overload
+    def __truediv__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __rtruediv__(self, other: _Scalar, /) -> _Operand: ...
+    @overload
+    def __rtruediv__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __pow__(self, other: _Scalar, mod: None = ..., /) -> _Operand: ...
+    @overload
+    def __pow__(self, other: _Array, mod: None = ..., /) -> _Array: ...
+    @overload
     def __rpow__(self, other: _Scalar, mod: None = ..., /) -> _Operand: ...
+    @overload
+    def __rpow__(self, other: _Array, mod: None = ..., /) -> _Array: ...
     def __iadd__(self, other: _Scalar, /) -> _Operand: ...
     def __isub__(self, other: _Scalar, /) -> _Operand: ...
     def __imul__(self, other: _Scalar, /) -> _Operand: ...
     def __itruediv__(self, other: _Scalar, /) -> _Operand: ...
     def __neg__(self) -> _Operand: ...
+    def __array_ufunc__(self, ufunc: Any, method: str, /, *inputs: Any, **kwargs: Any) -> Any: ...
+    @overload
     def __le__(self, other: _Scalar, /) -> constraint: ...
+    @overload
+    def __le__(self, other: _Array, /) -> _Array: ...
+    @overload
     def __ge__(self, other: _Scalar, /) -> constraint: ...
-    def __eq__(self, other: _Scalar, /) -> constraint: ...  # type: ignore[override]
+    @overload
+    def __ge__(self, other: _Array, /) -> _Array: ...
+    @overload  # type: ignore[override]
+    def __eq__(self, other: _Scalar, /) -> constraint: ...
+    @overload
+    def __eq__(self, other: _Array, /) -> _Array: ...
     def extractLinear(self) -> tuple[list[var], list[float]]:
         """The linear terms: variables and coefficients."""
     def extractQuadratic(self) -> tuple[list[var], list[var], list[float]]:
@@ -243,7 +286,29 @@ class InterfaceError(Exception):
 class SolverError(Exception):
     """A failure that the optimizer reported on a problem."""
 
+# Element types of arrays
+
+npvar: np.dtype[Any]
+npexpr: np.dtype[Any]
+npconstraint: np.dtype[Any]
+
 # Module functions
+
+def Sum(*terms: Any) -> Any:
+    """Sum of all elements, or of the elements of the only argument."""
+
+def Prod(*factors: Any) -> Any:
+    """Product of all elements, or of the elements of the only argument."""
+
+def vars(
+    *indices: Any,
+    name: str = "x",
+    lb: float = 0.0,
+    ub: float = 1e20,
+    threshold: float = ...,
+    vartype: int = 0,
+) -> Any:
+    """New variables: an array for sizes, a dictionary for lists of labels."""
 
 def getlasterror() -> tuple[int, str]:
     """Code and text of the last error of the optimizer's environment."""
@@ -273,6 +338,9 @@ def evaluate(
     solution: dict[var, float] | list[float] | np.ndarray[Any, Any] | None = ...,
 ) -> Any:
     """Values of expressions for given values of the variables."""
+
+def Dot(*factors: Any, out: np.ndarray[Any, Any] | None = ...) -> Any:
+    """Product of arrays of numbers and modeling objects, from left to right."""
 
 def getOutputEnabled() -> bool: ...
 def setOutputEnabled(value: int, /) -> None:

@@ -201,6 +201,36 @@ TEST("terms: long logs are compacted and merged in the order of insertion") {
     CHECK(all_released());
 }
 
+TEST("terms: long quadratic logs are merged in the order of insertion, whatever their serials") {
+    std::mt19937 random(5);
+    for (const uint64_t stride : {uint64_t{1}, uint64_t{20}, uint64_t{1} << 40}) {
+        for (const unsigned variables : {3U, 60U, 2000U}) {
+            Quadratic terms;
+            Map<std::pair<uint64_t, uint64_t>> map;
+            for (int i = 0; i < 3000; ++i) {
+                // Sums of these depend on their order, and some of them cancel.
+                const double coef = random() % 4 == 0 ? 1.0 : static_cast<double>(random()) / 7.0;
+                QuadraticEntry e = entry(random() % variables, random() % variables,
+                                         random() % 8 == 0 ? -1.0 : coef);
+                e.serial1 = 9 + e.serial1 * stride;
+                e.serial2 = 9 + e.serial2 * stride;
+                terms.add(e);
+                map.add(key_of(e), e.coef);
+            }
+            // A zero that comes from scaling stays unless its term is repeated.
+            Quadratic zeros = terms.scaled(0.0, 200);
+            Map<std::pair<uint64_t, uint64_t>> zero_map = map.scaled(0.0);
+            for (uint64_t i = 0; i < 100; ++i) {
+                zeros.add(entry(100 - i, 100 - i, 1.0));
+                zero_map.add({100 - i, 100 - i}, 1.0);
+            }
+            CHECK(agree(zeros, zero_map));
+            CHECK(agree(terms, map));
+        }
+    }
+    CHECK(all_released());
+}
+
 TEST("terms: spans stay valid while other views of the log grow") {
     Linear terms;
     for (uint64_t i = 0; i < 40; ++i) terms.add(entry(i, 1.0));

@@ -83,16 +83,16 @@ def test_constraints_are_neither_true_nor_false():
         0 <= x <= 1
     with pytest.raises(nalora.ModelError, match="membership"):
         x in [y]
-    for make in (lambda a: a <= 3, lambda a: 3 >= a, lambda a: x >= a):
-        with pytest.raises(nalora.ModelError, match="element by element"):
+    for make in (lambda a: a <= 3, lambda a: 3 >= a):
+        with pytest.raises(nalora.ModelError, match="astype"):
             make(np.array([x, y]))
 
 
 @pytest.mark.filterwarnings("ignore:elementwise comparison failed:DeprecationWarning")
-def test_arrays_that_numpy_gives_up_on():
-    for make in (lambda a: x == a, lambda a: a == x, lambda a: x + y == a):
-        with pytest.raises(nalora.ModelError, match="element by element"):
-            make(np.array([x, y, 2 * x]))
+def test_arrays_that_numpy_cannot_compare():
+    for make in (lambda a: x == a, lambda a: x + y == a):
+        with pytest.raises(nalora.ModelError):
+            make(np.array([x, None, 2 * x]))
 
 
 def test_arrays_on_the_right_are_compared_by_numpy():

@@ -16,8 +16,8 @@ from nalora import naloralib
 TYPES = ["var", "sos", "constraint", "problem", "branchobj", "poolcut"]
 EXCEPTIONS = ["ModelError", "InterfaceError", "SolverError"]
 FUNCTION_WORDS = """
-    getlasterror getversion getcheckedmode setcheckedmode setdefaultcontrol setdefaults
-    addcbmsghandler removecbmsghandler getbanner init free setarchconsistency evaluate
+    Sum Prod Dot getlasterror getversion getcheckedmode setcheckedmode setdefaultcontrol setdefaults
+    addcbmsghandler removecbmsghandler getbanner init free vars setarchconsistency evaluate
     getOutputEnabled setOutputEnabled
 """
 FUNCTIONS = FUNCTION_WORDS.split()
@@ -61,7 +61,8 @@ def run_python(code, **environment):
 
 def test_names_in_order():
     names = [name for name in vars(naloralib) if not name.startswith("_")]
-    assert names == FUNCTIONS + TYPES + EXCEPTIONS + list(CONSTANTS) + ["controls"]
+    arrays = ["npvar", "npexpr", "npconstraint"]
+    assert names == FUNCTIONS + TYPES + EXCEPTIONS + list(CONSTANTS) + arrays + ["controls"]
 
 
 def test_constants():

@@ -132,6 +132,71 @@ def test_values_from_a_problem():
     )
 
 
+def test_arrays_give_arrays_of_floats():
+    v = np.array([[x, y, z], [z, y, x]], dtype=nalora.npvar)
+    numbers = np.array([[2.0, -0.5, 0.0], [0.0, -0.5, 2.0]])
+    for array, expected in [
+        (v, numbers),
+        (v.T[::-1], numbers.T[::-1]),
+        (v * v - 2 * v + 1, (numbers - 1) ** 2),
+        (abs(np.array([y / x, y], dtype=nalora.npexpr)[1]) + v, numbers + 0.5),
+        (np.array([3.0, x, 2 * x, x * y], dtype=object).astype(nalora.npexpr), [3, 2, 4, -1]),
+        (v[:, :0], numbers[:, :0]),
+        (np.array(x, dtype=nalora.npvar), 2.0),
+        (v[:0] <= 1, numbers[:0]),
+    ]:
+        result = value(array)
+        assert type(result) is np.ndarray
+        assert result.dtype == float
+        assert result.shape == array.shape
+        np.testing.assert_allclose(result, expected)
+    nested = value([v[0], {"a": (v[1, :1],)}])
+    np.testing.assert_array_equal(nested[1]["a"][0], [0.0])
+    np.testing.assert_array_equal(nested[0], numbers[0])
+
+
+def test_arrays_read_from_a_problem():
+    v = np.array([nalora.var(ub=i) for i in range(5)], dtype=nalora.npvar)
+    p = nalora.problem(v[::-1], sum(v), sense=nalora.maximize)
+    p.solve()
+    np.testing.assert_array_equal(nalora.evaluate(v[1:], problem=p), [1, 2, 3, 4])
+    point = np.arange(5.0)
+    np.testing.assert_array_equal(nalora.evaluate(v, problem=p, solution=point), point[::-1])
+    with pytest.raises(nalora.ModelError, match="Object does not belong to problem"):
+        nalora.evaluate(np.array([v[0], x], dtype=nalora.npvar), problem=p)
+
+
+@pytest.mark.parametrize(
+    ("make", "error"),
+    [
+        (lambda: np.array([x, y], dtype=nalora.npvar) <= 1, nalora.ModelError),
+        (lambda: np.empty(2, dtype=nalora.npvar), nalora.ModelError),
+        (lambda: np.array([[x], None], dtype=object).astype(nalora.npexpr), nalora.ModelError),
+        (lambda: np.array([1.0, 2.0]), nalora.InterfaceError),
+        (lambda: [np.array([[x]], dtype=object)], nalora.InterfaceError),
+        (lambda: np.array([x / z], dtype=nalora.npexpr), ZeroDivisionError),
+        (lambda: np.array([x, nalora.var()], dtype=nalora.npvar), nalora.ModelError),
+    ],
+)
+def test_arrays_that_are_refused(make, error):
+    array = make()
+    with pytest.raises(error):
+        value(array)
+
+
+def test_arrays_that_the_evaluation_changes():
+    class Value:
+        def __float__(self):
+            array[...] = z
+            array.resize(shape, refcheck=False)
+            return 1.0
+
+    for shape in [(1,), (5000,)]:
+        array = np.array([x, x, x], dtype=nalora.npvar)
+        with pytest.raises((RuntimeError, nalora.ModelError)):
+            nalora.evaluate(array, solution={x: Value(), z: 0.0})
+
+
 def test_depth_limit():
     depth_error = "Evaluation of expression exceeded recursion depth limit"
     shallow, deep, tree = [x], [x], x / y
@@ -197,7 +262,9 @@ def test_values_that_grow_the_expression_under_evaluation():
 def test_nothing_is_leaked():
     def work():
         value(x, [y, (z, {"k": x * y + 1})])
-        for bad in (lambda: value([x, None]), lambda: value(x / z), lambda: nalora.evaluate(x)):
+        value(np.array([[x, y]], dtype=nalora.npvar).T * 2)
+        nulls = np.empty(2, dtype=nalora.npvar)
+        for bad in (lambda: value([x, None]), lambda: value(nulls), lambda: value(x / z), lambda: nalora.evaluate(x)):
             with pytest.raises((nalora.ModelError, ZeroDivisionError, nalora.InterfaceError)):
                 bad()
 

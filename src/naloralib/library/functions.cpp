@@ -117,6 +117,9 @@ const PyMethodDef kEnvironmentFunctions[] = {
      "free()\n--\n\n"
      "Stop the library, whatever the number of its users. Problems that are still alive answer\n"
      "every call with an error from then on, until the library is started again."},
+};
+
+const PyMethodDef kArchitectureFunctions[] = {
     {"setarchconsistency", keyword_function(setarchconsistency), METH_VARARGS | METH_KEYWORDS,
      "setarchconsistency(ifArchConsistent)\n--\n\n"
      "Ask the library to take the same execution path on all processors, unless ifArchConsistent\n"
@@ -127,5 +130,6 @@ const PyMethodDef kEnvironmentFunctions[] = {
 
 std::span<const PyMethodDef> library_functions() { return kLibraryFunctions; }
 std::span<const PyMethodDef> environment_functions() { return kEnvironmentFunctions; }
+std::span<const PyMethodDef> architecture_functions() { return kArchitectureFunctions; }
 
 }  // namespace nalora

@@ -5,7 +5,7 @@
 
 #include "callbacks/handles.hpp"
 #include "module/state.hpp"
-#include "support/numpy.hpp"
+#include "numpy/each_element.hpp"
 
 namespace nalora {
 
@@ -131,14 +131,15 @@ void conv_item(ProblemObject* problem, PyObject* item, Array& array, int64_t i, 
 
 // ---- sequences ------------------------------------------------------------------------------
 
+[[noreturn]] void raise_length(long long expected, long long found) {
+    raise(model_error(), "Mismatched lengths in arguments: expected %lld, found %lld", expected,
+          found);
+}
+
 void check_length(int64_t* count, int64_t length) {
     if (count == nullptr) return;
-    if (*count < 0) {
-        *count = length;
-    } else if (*count != length) {
-        raise(model_error(), "Mismatched lengths in arguments: expected %lld, found %lld",
-              static_cast<long long>(*count), static_cast<long long>(length));
-    }
+    if (*count >= 0 && *count != length) raise_length(*count, length);
+    *count = length;
 }
 
 // One-dimensional arrays of the machine's numbers need no Python object per element.
@@ -157,7 +158,7 @@ Array copy_array(PyArrayObject* source, Convert convert) {
 
 bool is_number_array(PyObject* object, Conv kind) noexcept {
     if (!PyArray_Check(object)) return false;
-    auto* array = reinterpret_cast<PyArrayObject*>(object);
+    PyArrayObject* array = as_array(object);
     if (PyArray_NDIM(array) != 1 || !PyArray_ISNOTSWAPPED(array)) return false;
     const int type = PyArray_TYPE(array);
     if (kind == Conv::real) return type == NPY_DOUBLE;
@@ -167,7 +168,7 @@ bool is_number_array(PyObject* object, Conv kind) noexcept {
 }
 
 Array conv_number_array(int64_t* count, PyObject* object, Conv kind) {
-    auto* source = reinterpret_cast<PyArrayObject*>(object);
+    PyArrayObject* source = as_array(object);
     check_length(count, PyArray_DIM(source, 0));
     const auto as_is = [](auto value) { return value; };
     const bool is_long = PyArray_TYPE(source) == NPY_LONG;
@@ -180,32 +181,42 @@ Array conv_number_array(int64_t* count, PyObject* object, Conv kind) {
                    : copy_array<int, int32_t>(source, as_is);
 }
 
-// An item that is null (a hole that only C code can leave) makes the whole array null.
-Array conv_list(ProblemObject* problem, int64_t* count, PyObject* list, Conv kind) {
-    const Py_ssize_t length = PyList_GET_SIZE(list);
+// A list or tuple. An item that is null (a hole that only C code can leave) makes the whole array
+// null.
+Array conv_items(ProblemObject* problem, int64_t* count, PyObject* items, Conv kind) {
+    const Py_ssize_t length = PySequence_Fast_GET_SIZE(items);
     check_length(count, length);
     Array array(static_cast<std::size_t>(length) * conv_width(kind));
     for (Py_ssize_t i = 0; i < length; ++i) {
         // Converting an item may run Python code that shortens the list.
-        if (i >= PyList_GET_SIZE(list)) {
-            raise(model_error(), "Mismatched lengths in arguments: expected %zd, found %zd", length,
-                  PyList_GET_SIZE(list));
+        if (i >= PySequence_Fast_GET_SIZE(items)) {
+            raise_length(length, PySequence_Fast_GET_SIZE(items));
         }
-        const Ref item = Ref::borrow(PyList_GET_ITEM(list, i));
+        const Ref item = Ref::borrow(PySequence_Fast_GET_ITEM(items, i));
         if (!item) return Array();
         conv_item(problem, item.get(), array, i, kind);
     }
     return array;
 }
 
-Array conv_tuple(ProblemObject* problem, int64_t* count, PyObject* tuple, Conv kind) {
-    const Py_ssize_t length = PyTuple_GET_SIZE(tuple);
+// Objects in an array need no list in between.
+bool is_object_array(PyObject* object) noexcept {
+    return PyArray_Check(object) && PyArray_NDIM(as_array(object)) == 1 &&
+           holds_objects(PyArray_TYPE(as_array(object)));
+}
+
+Array conv_object_array(ProblemObject* problem, int64_t* count, PyObject* object, Conv kind) {
+    const npy_intp length = PyArray_SIZE(as_array(object));
     check_length(count, length);
     Array array(static_cast<std::size_t>(length) * conv_width(kind));
-    for (Py_ssize_t i = 0; i < length; ++i) {
-        if (PyTuple_GET_ITEM(tuple, i) == nullptr) return Array();
-        conv_item(problem, PyTuple_GET_ITEM(tuple, i), array, i, kind);
-    }
+    npy_intp i = 0;
+    for_each_address(object, [&](const char* element) {
+        const Ref item = Ref::borrow(element_object(element));
+        if (i < length) conv_item(problem, item.get(), array, i, kind);
+        ++i;
+    });
+    // Converting an item may run Python code that resizes the array.
+    if (i != length) raise_length(length, i);
     return array;
 }
 
@@ -236,61 +247,14 @@ Array conv_sequence(ProblemObject* problem, int64_t* count, PyObject* sequence, 
         raise_chained(model_error(), "Unable to scan sequence");
     }
     const Ref owner = take(iterator);
-    return conv_list(problem, count, take(PySequence_List(owner.get())).get(), kind);
+    return conv_items(problem, count, take(PySequence_List(owner.get())).get(), kind);
 }
 
-// ---- from arrays to objects -----------------------------------------------------------------
-
-[[noreturn]] void raise_wrong_item(Conv kind) {
-    raise(interface_error(), "Wrong item returned from API call, type %d", static_cast<int>(kind));
-}
-
-Ref list_item(PyObject* list, int32_t index, Conv kind) {
-    if (index < 0) return take(PyLong_FromLong(-1));
-    if (index >= PyList_GET_SIZE(list)) raise_wrong_item(kind);
-    return Ref::borrow(PyList_GET_ITEM(list, index));
-}
-
-template <class T>
-T load(const void* array, int64_t i) noexcept {
-    return static_cast<const T*>(array)[i];
-}
-
-Ref make_item(ProblemObject* problem, const void* array, int64_t i, Conv kind) {
-    switch (kind) {
-        case Conv::row:
-            return list_item(problem->constraints, load<int32_t>(array, i), kind);
-        case Conv::col:
-            return list_item(problem->variables, load<int32_t>(array, i), kind);
-        case Conv::integer:
-            return take(PyLong_FromLong(load<int32_t>(array, i)));
-        case Conv::int64:
-            return take(PyLong_FromLongLong(load<int64_t>(array, i)));
-        case Conv::real:
-            return take(PyFloat_FromDouble(load<double>(array, i)));
-        case Conv::character:
-            return take(PyUnicode_FromOrdinal(load<unsigned char>(array, i)));
-        case Conv::charcode:
-            return take(PyUnicode_FromFormat("%d", load<unsigned char>(array, i)));
-        case Conv::string:
-            return decode_text(load<const char*>(array, i));
-        case Conv::cut:
-            return new_handle(&PoolcutType, load<void*>(array, i));
-        case Conv::object:
-            return new_handle(&NlraobjectType, load<void*>(array, i));
-        case Conv::rowcol:
-            return rowcol_to_obj(problem, load<int32_t>(array, i));
-        case Conv::set:
-            break;
-    }
-    raise_wrong_item(kind);
-}
+}  // namespace
 
 int32_t first_column_index(ProblemObject* problem) {
     return int_attribute(problem, NLRA_ROWS) + int_attribute(problem, NLRA_SPAREROWS);
 }
-
-}  // namespace
 
 bool is_integer(PyObject* object) noexcept {
     return PyLong_Check(object) || is_integer_scalar(object);
@@ -362,30 +326,14 @@ int32_t conv_obj2index(PyObject* object, ProblemObject* problem, Conv kind) {
 Array conv_obj2arr(ProblemObject* problem, int64_t* count, PyObject* object, Conv kind) {
     if (object == nullptr || object == Py_None) return Array();
     if (kind == Conv::rowcol) raise(model_error(), "Invalid sequence of objects");
-    if (PyList_Check(object)) return conv_list(problem, count, object, kind);
-    if (PyTuple_Check(object)) return conv_tuple(problem, count, object, kind);
+    if (PyList_Check(object) || PyTuple_Check(object)) {
+        return conv_items(problem, count, object, kind);
+    }
     if (PyIter_Check(object)) return conv_iterator(problem, count, object, kind);
     if (is_number_array(object, kind)) return conv_number_array(count, object, kind);
+    if (is_object_array(object)) return conv_object_array(problem, count, object, kind);
     if (PySequence_Check(object)) return conv_sequence(problem, count, object, kind);
     raise(model_error(), "Invalid sequence of objects");
-}
-
-void conv_arr2obj(ProblemObject* problem, int64_t n, const void* array, PyObject* list, Conv kind) {
-    if (array == nullptr || list == nullptr || list == Py_None) return;
-    if (!PyList_Check(list)) raise(model_error(), "Unexpected argument to conv_arr2obj");
-    if (n < 0) n = 0;
-    const Ref items = take(PyList_New(n));
-    for (int64_t i = 0; i < n; ++i) {
-        PyList_SET_ITEM(items.get(), i, make_item(problem, array, i, kind).release());
-    }
-    // One step, so that nothing sees a half-filled list and old items go last.
-    check_python(PyList_SetSlice(list, 0, PyList_GET_SIZE(list), items.get()));
-}
-
-Ref rowcol_to_obj(ProblemObject* problem, int32_t index) {
-    const int32_t columns_from = first_column_index(problem);
-    return index >= columns_from ? list_item(problem->variables, index - columns_from, Conv::rowcol)
-                                 : list_item(problem->constraints, index, Conv::rowcol);
 }
 
 }  // namespace nalora

@@ -33,6 +33,9 @@ int32_t int32_value(PyObject* integer);
 // Index of a modeling object, name or integer (not range-checked) for kinds row, col, set, rowcol.
 int32_t conv_obj2index(PyObject* object, ProblemObject* problem, Conv kind);
 
+// What a column's index is added to where rows and columns are numbered together (rowcol).
+int32_t first_column_index(ProblemObject* problem);
+
 // Bytes per element of an array of this kind; ModelError for rowcol, which has no arrays.
 std::size_t conv_width(Conv kind);
 

@@ -44,8 +44,9 @@ int truth(PyObject*) noexcept {
               "A constraint is neither true nor false. The usual causes: a chained comparison "
               "(for a <= x <= b use nalora.constraint(body=x, lb=a, ub=b) or two constraints), "
               "a test of membership (x in list compares with ==; keep variables in a set or dict, "
-              "or compare by `is`), or a comparison of NumPy arrays of objects (compare element "
-              "by element)");
+              "or compare by `is`), or a comparison of NumPy arrays of objects (make "
+              "them arrays of variables first, by a.astype(nalora.npvar), or of expressions, by "
+              "a.astype(nalora.npexpr))");
     });
 }
 

@@ -126,6 +126,7 @@ double var_lower(const VarObject* v) noexcept;
 double var_upper(const VarObject* v) noexcept;
 double var_threshold(const VarObject* v) noexcept;
 Ref var_name(const VarObject* v);  // the stored object, or a new str "C%d"
+inline bool var_has_name(const VarObject* v) noexcept { return (v->word >> 59 & 1) != 0; }
 // Append the name as UTF-8 and a NUL to a packed buffer, at most max_bytes of it (never half a
 // character), without making an object where none is stored. Runs no Python code. ModelError
 // "Invalid variable name (must be a string)" for a name that is neither str nor bytes, another text
@@ -147,6 +148,7 @@ inline uint64_t constraint_serial(const ConstraintObject* c) noexcept {
 double constraint_lower(const ConstraintObject* c) noexcept;
 double constraint_upper(const ConstraintObject* c) noexcept;
 Ref constraint_name(const ConstraintObject* c);  // the stored object, or a new str "R%d"
+inline bool constraint_has_name(const ConstraintObject* c) noexcept { return c->word >> 63 != 0; }
 void constraint_append_name(const ConstraintObject* c, std::string& buffer, std::size_t max_bytes);
 void constraint_set_lower(ConstraintObject* c, double bound);
 void constraint_set_upper(ConstraintObject* c, double bound);

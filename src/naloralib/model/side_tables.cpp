@@ -137,9 +137,9 @@ void erase_constraint(uint64_t serial, NumberTable lower, NumberTable upper,
     release_nested(old);
 }
 
-uint64_t take_var_serial() noexcept {
+uint64_t take_var_serials(uint64_t count) noexcept {
     const std::lock_guard guard(locks().var);
-    return state().next_var_serial++;
+    return std::exchange(state().next_var_serial, state().next_var_serial + count);
 }
 
 uint64_t take_constraint_serial(const double* lower, const double* upper) {

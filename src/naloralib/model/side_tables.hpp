@@ -38,7 +38,9 @@ void erase_var(uint64_t serial, NumberTable lower, NumberTable upper, NumberTabl
 void erase_constraint(uint64_t serial, NumberTable lower, NumberTable upper,
                       NameTable name) noexcept;
 
-uint64_t take_var_serial() noexcept;
+// The first of so many consecutive serials.
+uint64_t take_var_serials(uint64_t count) noexcept;
+inline uint64_t take_var_serial() noexcept { return take_var_serials(1); }
 // With the bounds that do not fit the word stored (null: it fits).
 uint64_t take_constraint_serial(const double* lower = nullptr, const double* upper = nullptr);
 uint64_t take_sos_serial() noexcept;

@@ -3,6 +3,7 @@
 #include "model/operands.hpp"
 #include "model/operators.hpp"
 #include "model/text.hpp"
+#include "numpy/loops.hpp"
 
 namespace nalora {
 
@@ -145,6 +146,7 @@ PyMethodDef linterm_methods[] = {
     {"extractQuadratic", linterm_quadratic, METH_NOARGS, kQuadraticDoc},
     NALORA_VALUE_METHODS,
     NALORA_NO_PICKLING,
+    NALORA_ARRAY_UFUNC,
     {},
 };
 
@@ -190,6 +192,7 @@ PyMethodDef quadterm_methods[] = {
     {"extractQuadratic", quadterm_quadratic, METH_NOARGS, kQuadraticDoc},
     NALORA_VALUE_METHODS,
     NALORA_NO_PICKLING,
+    NALORA_ARRAY_UFUNC,
     {},
 };
 
@@ -231,6 +234,7 @@ PyMethodDef expression_methods[] = {
     {"extractQuadratic", expression_quadratic, METH_NOARGS, kQuadraticDoc},
     NALORA_VALUE_METHODS,
     NALORA_NO_PICKLING,
+    NALORA_ARRAY_UFUNC,
     {},
 };
 

@@ -84,6 +84,34 @@ Ref new_var() {
     return object;
 }
 
+void require_feasible(const VarSettings& settings, const char* infeasible) {
+    constexpr double kFeasibilityTolerance = 1.0e-6;
+    if (settings.lower > settings.upper + kFeasibilityTolerance) raise(model_error(), infeasible);
+}
+
+void var_apply(VarObject* v, const VarSettings& settings) {
+    constexpr long kBinary = 1;
+    double lower = settings.lower, upper = settings.upper;
+    if (settings.type == kBinary) {
+        if (lower < 0.0) lower = 0.0;
+        if (upper > 1.0) upper = 1.0;
+    }
+    if (lower != 0.0) var_set_lower(v, lower);
+    if (upper != kInfinity) var_set_upper(v, upper);
+    if (settings.threshold != -kInfinity) var_set_threshold(v, settings.threshold);
+    if (settings.type != 0) var_set_type(v, static_cast<int>(settings.type & 7));
+}
+
+VarSeries::VarSeries(const VarSettings& settings, uint64_t count) noexcept
+    : settings_(settings), plain_(settings == VarSettings()), serial_(take_var_serials(count)) {}
+
+Ref VarSeries::next() {
+    Ref object = VarObjects::make();
+    object.as<VarObject>()->word = serial_++;
+    if (!plain_) var_apply(object.as<VarObject>(), settings_);
+    return object;
+}
+
 void var_renew_serial(VarObject* v) {
     const uint64_t old = var_serial(v);
     const uint64_t serial = take_var_serial();

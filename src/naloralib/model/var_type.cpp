@@ -4,6 +4,7 @@
 #include "model/operators.hpp"
 #include "model/var_object.hpp"
 #include "module/state.hpp"
+#include "numpy/loops.hpp"
 #include "support/boundary.hpp"
 
 namespace nalora {
@@ -30,30 +31,16 @@ constexpr const char* kDoc =
 
 // ---- construction ---------------------------------------------------------------------------
 
-struct Arguments {
+struct Arguments : VarSettings {
     PyObject* name = nullptr;
-    double lower = 0.0, upper = kInfinity, threshold = -kInfinity;
-    long type = 0;
 };
 
-constexpr double kFeasibilityTolerance = 1.0e-6;
-constexpr long kBinary = 1;
-
-void initialise(VarObject* v, Arguments a) {
-    if (a.lower > a.upper + kFeasibilityTolerance) {
-        raise(model_error(), "Variable has empty feasible set: lower bound > upper bound");
-    }
+void initialise(VarObject* v, const Arguments& a) {
+    require_feasible(a, "Variable has empty feasible set: lower bound > upper bound");
     if (a.name != nullptr && !PyUnicode_Check(a.name) && !PyBytes_Check(a.name)) {
         raise(model_error(), "Invalid variable name (must be a string)");
     }
-    if (a.type == kBinary) {
-        if (a.lower < 0.0) a.lower = 0.0;
-        if (a.upper > 1.0) a.upper = 1.0;
-    }
-    if (a.lower != 0.0) var_set_lower(v, a.lower);
-    if (a.upper != kInfinity) var_set_upper(v, a.upper);
-    if (a.threshold != -kInfinity) var_set_threshold(v, a.threshold);
-    if (a.type != 0) var_set_type(v, static_cast<int>(a.type & 7));
+    var_apply(v, a);
     if (a.name != nullptr) var_set_name(v, a.name);
 }
 
@@ -276,6 +263,7 @@ PyMethodDef methods[] = {
      "The quadratic terms: ([first variables], [second variables], [coefficients])."},
     NALORA_VALUE_METHODS,
     NALORA_NO_PICKLING,
+    NALORA_ARRAY_UFUNC,
     {},
 };
 

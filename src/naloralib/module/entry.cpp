@@ -6,6 +6,7 @@
 #include "module/constants.hpp"
 #include "module/parts.hpp"
 #include "module/state.hpp"
+#include "numpy/element_types.hpp"
 #include "problem/controls.hpp"
 #include "support/interpreter.hpp"
 
@@ -61,8 +62,9 @@ PyMethodDef module_functions[kMaxFunctions + 1];
 // The parts' rows in one table that lives as long as the module.
 void join_functions() {
     std::size_t n = 0;
-    for (auto part : {library_functions, control_functions, handler_functions,
-                      environment_functions, evaluation_functions, output_functions}) {
+    for (auto part : {aggregate_functions, dot_functions, library_functions, control_functions,
+                      handler_functions, environment_functions, variable_functions,
+                      architecture_functions, evaluation_functions, output_functions}) {
         for (const PyMethodDef& function : part()) {
             if (n == kMaxFunctions) raise(PyExc_RuntimeError, "too many module functions");
             module_functions[n++] = function;
@@ -112,8 +114,9 @@ void add_objects(PyObject* module) {
         constexpr std::size_t kPrefix = sizeof("nalora.") - 1;
         check_python(PyObject_SetAttrString(module, row.name + kPrefix, state().*row.field));
     }
-    import_numpy();
+    set_up_numpy();
     add_constants(module);
+    add_element_types(module);
     // After a nonlinear solve a problem is wanted as the user stated it, not as presolve left it.
     set_initial_default("nslp_postsolve", take(PyLong_FromLong(1)).get());
     check_python(PyObject_SetAttrString(module, "controls", state().default_controls));

@@ -14,12 +14,16 @@ extern PyTypeObject VarType, SosType, ExpressionType, ConstraintType, ControlTyp
     NonlinearType;
 
 // Module functions of each part (no sentinel row), in the order in which the module lists them.
-std::span<const PyMethodDef> library_functions();      // getlasterror, ..., setcheckedmode
-std::span<const PyMethodDef> control_functions();      // setdefaultcontrol, setdefaults
-std::span<const PyMethodDef> handler_functions();      // addcbmsghandler, removecbmsghandler
-std::span<const PyMethodDef> environment_functions();  // getbanner, init, free, ...
-std::span<const PyMethodDef> evaluation_functions();   // evaluate
-std::span<const PyMethodDef> output_functions();       // getOutputEnabled, setOutputEnabled
+std::span<const PyMethodDef> aggregate_functions();     // Sum, Prod
+std::span<const PyMethodDef> dot_functions();           // Dot
+std::span<const PyMethodDef> library_functions();       // getlasterror, ..., setcheckedmode
+std::span<const PyMethodDef> control_functions();       // setdefaultcontrol, setdefaults
+std::span<const PyMethodDef> handler_functions();       // addcbmsghandler, removecbmsghandler
+std::span<const PyMethodDef> environment_functions();   // getbanner, init, free
+std::span<const PyMethodDef> variable_functions();      // vars
+std::span<const PyMethodDef> architecture_functions();  // setarchconsistency
+std::span<const PyMethodDef> evaluation_functions();    // evaluate
+std::span<const PyMethodDef> output_functions();        // getOutputEnabled, setOutputEnabled
 
 // Problem methods of each part (no sentinel row); problem/type.cpp joins them.
 std::span<const PyMethodDef> problem_lookup_methods();   // getVariable, ..., reset, copy, name
@@ -35,7 +39,7 @@ inline PyCFunction keyword_function(PyCFunctionWithKeywords function) noexcept {
     return reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(function));
 }
 
-// Import NumPy's C interface for the whole module.
-void import_numpy();
+// Import NumPy's C interface for the whole module and register the element types and their loops.
+void set_up_numpy();
 
 }  // namespace nalora

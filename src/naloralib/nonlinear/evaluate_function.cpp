@@ -13,14 +13,16 @@ namespace {
 constexpr const char* kDoc =
     "evaluate(*expressions, problem=None, solution=None)\n--\n\n"
     "Values of expressions for given values of the variables.\n\n"
-    "expressions: variables, terms, expressions, numbers, or tuples, lists and dicts of them.\n"
+    "expressions: variables, terms, expressions, numbers, tuples, lists and dicts of them, or\n"
+    "NumPy arrays of one of the module's element types.\n"
     "problem: the problem whose current solution gives the values.\n"
     "solution: a dict from variable to value; or, with problem, a list or a one-dimensional NumPy\n"
     "array of values by column.\n\n"
     "Returns a float for one expression, a tuple for several; collections give collections of\n"
-    "the same shape.\n\n"
-    "Raises InterfaceError without problem and solution, ModelError for a variable that has no\n"
-    "value, ZeroDivisionError for a fraction with divisor 0, and RuntimeError for nestings of "
+    "the same shape, arrays arrays of floats.\n\n"
+    "Raises InterfaceError without problem and solution and for arrays of other types, ModelError\n"
+    "for a variable that has no value and for what has none (a constraint, an element that was\n"
+    "never set), ZeroDivisionError for a fraction with divisor 0, and RuntimeError for nestings of "
     "more\n"
     "than 64 levels.";
 

@@ -2,8 +2,8 @@
 #include "model/operands.hpp"
 #include "nonlinear/evaluate.hpp"
 #include "nonlinear/tree_value.hpp"
+#include "numpy/each_element.hpp"
 #include "problem/problem.hpp"
-#include "support/numpy.hpp"
 
 namespace nalora {
 
@@ -71,28 +71,39 @@ Ref dictionary_values(PyObject* dictionary, const EvaluationContext& context, in
     return result;
 }
 
-// Any element type whose items are objects, columns or numbers; the result is an array of floats.
+// Arrays of variables are read whole, so these are looked up here.
+double element_value(PyObject* object, const EvaluationContext& context, int depth) {
+    if (Py_TYPE(object) == &VarType && context.dictionary == nullptr) {
+        const int32_t column = context.problem->variable_index->find(var_serial(as_var(object)));
+        if (column >= 0 && column < context.count) return context.values[column];
+    }
+    return single_value(object, context, depth);
+}
+
+// An array of floats. To getSolution the elements may be of any type: objects, columns or numbers.
 Ref array_values(PyObject* object, const EvaluationContext& context, int depth) {
-    if (!context.from_getsolution) {
+    if (!context.from_getsolution && !is_element_array(object)) {
         raise(interface_error(),
               "nalora.evaluate() requires one or more Python objects;\nNumPy arrays must be of "
               "dtype nalora.npvar, nalora.npexpr, or nalora.npconstraint.");
     }
-    auto* array = reinterpret_cast<PyArrayObject*>(object);
+    PyArrayObject* array = as_array(object);
     PyObject* made = PyArray_SimpleNew(PyArray_NDIM(array), PyArray_DIMS(array), NPY_DOUBLE);
     if (made == nullptr) {
         raise(model_error(), "Could not initialize result of the evaluation of a NumPy array");
     }
     Ref result = Ref::steal(made);
-    auto* values = static_cast<double*>(PyArray_DATA(result.as<PyArrayObject>()));
-    const Ref iterator = take(PyArray_IterNew(object));
-    auto* position = iterator.as<PyArrayIterObject>();
-    for (; PyArray_ITER_NOTDONE(position); ++values) {
-        const auto* data = static_cast<const char*>(PyArray_ITER_DATA(position));
-        const Ref item = take(PyArray_GETITEM(array, data));
-        *values = single_value(item.get(), context, depth);
-        PyArray_ITER_NEXT(position);
-    }
+    auto* value = static_cast<double*>(PyArray_DATA(as_array(made)));
+    const double* const end = value + PyArray_SIZE(as_array(made));
+    const bool objects = holds_objects(PyArray_TYPE(array));
+    for_each_address(object, [&](const char* element) {
+        // Only an evaluation that resizes the array leads beyond the result.
+        if (value == end) raise(PyExc_RuntimeError, "array changed size during evaluation");
+        const Ref item = objects ? Ref::borrow(element_object(element))
+                                 : take(PyArray_GETITEM(array, element));
+        *value++ = element_value(item.get(), context, depth);
+    });
+    if (value != end) raise(PyExc_RuntimeError, "array changed size during evaluation");
     return result;
 }
 

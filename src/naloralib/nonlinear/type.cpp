@@ -5,6 +5,7 @@
 #include "model/operands.hpp"
 #include "model/operators.hpp"
 #include "nonlinear/node_build.hpp"
+#include "numpy/loops.hpp"
 #include "support/nested_release.hpp"
 
 namespace nalora {
@@ -116,6 +117,7 @@ PyMethodDef methods[] = {
      "[second variables], [coefficients])."},
     NALORA_VALUE_METHODS,
     NALORA_NO_PICKLING,
+    NALORA_ARRAY_UFUNC,
     {},
 };
 

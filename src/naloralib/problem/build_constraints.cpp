@@ -1,7 +1,8 @@
 // Constraints become rows, indicator constraints included.
+#include <algorithm>
 #include <string>
 
-#include "module/state.hpp"
+#include "model/operands.hpp"
 #include "problem/building.hpp"
 #include "problem/walker.hpp"
 
@@ -10,25 +11,45 @@ namespace nalora {
 namespace {
 
 struct ConstraintBatch {
-    std::vector<uint64_t> serials;
+    LargeVector<uint64_t> serials;
     std::string types;
-    std::vector<double> rhs, ranges;
-    bool has_ranges = false;
-    std::vector<int64_t> starts;
-    std::vector<int32_t> columns;
-    std::vector<double> coefs;
-    std::string names;  // packed, each ended by a NUL
+    LargeVector<double> rhs;
+    LargeVector<double> ranges;  // up to the last row that has one
+    LargeVector<int64_t> starts;
+    LargeVector<int32_t> columns;
+    LargeVector<double> coefs;
+    std::size_t expected_rows = 0;  // in all, as far as the arguments tell
+    BatchNames names;
     // Rows (by position in the batch) with quadratic terms, and where each one's terms end.
     std::vector<int32_t> quadratic_rows;
     std::vector<int64_t> quadratic_ends;
     std::vector<int32_t> quadratic_columns1, quadratic_columns2;
     std::vector<double> quadratic_coefs;
 
+    void expect(std::size_t rows) {
+        expected_rows = rows;
+        serials.reserve(rows), types.reserve(rows), rhs.reserve(rows), starts.reserve(rows);
+    }
+
+    // Room for the terms of the next row and, as a guess, for as many in each of the rows still
+    // expected as the rows so far have on the average.
+    void make_room(std::size_t terms) {
+        const std::size_t needed = columns.size() + terms, rows = starts.size();
+        if (needed <= columns.capacity()) return;
+        std::size_t capacity = 2 * columns.capacity();
+        if (rows > 1000 && rows < expected_rows) {
+            const std::size_t guess = needed / rows * expected_rows + expected_rows;
+            capacity = std::clamp(guess, capacity, 8 * capacity);
+        }
+        capacity = std::max(capacity, needed);
+        columns.reserve(capacity), coefs.reserve(capacity);
+    }
+
     bool reset() noexcept {
         const bool small = rhs.capacity() <= 4096 && coefs.capacity() <= 16384 &&
-                           names.capacity() <= 65536 && quadratic_coefs.capacity() <= 4096;
+                           names.is_small() && quadratic_coefs.capacity() <= 4096;
         serials.clear(), types.clear(), rhs.clear(), ranges.clear(), starts.clear();
-        has_ranges = false;
+        expected_rows = 0;
         columns.clear(), coefs.clear(), names.clear();
         quadratic_rows.clear(), quadratic_ends.clear();
         quadratic_columns1.clear(), quadratic_columns2.clear(), quadratic_coefs.clear();
@@ -65,7 +86,9 @@ class BodyReader {
             }
             case Kind::expression: {
                 const ExpressionObject* e = as_expression(body);
-                for (const LinearEntry& entry : e->linear.canonical()) {
+                const std::span<const LinearEntry> terms = e->linear.canonical();
+                batch_.make_room(terms.size());
+                for (const LinearEntry& entry : terms) {
                     linear(entry.serial, entry.coef, kLinearPart);
                 }
                 if (e->quadratic.exists()) {
@@ -121,7 +144,6 @@ void append_bounds(ConstraintBatch& batch, double lower, double upper, double rh
         raise(model_error(), "Constraint defined infeasible: lower bound > upper bound");
     }
     char type;
-    double range = 0.0;
     const bool bounded_below = lower > -kInfinity, bounded_above = upper < kInfinity;
     if (!bounded_below && !bounded_above) {
         type = 'N';
@@ -137,12 +159,11 @@ void append_bounds(ConstraintBatch& batch, double lower, double upper, double rh
     } else {
         type = 'R';
         rhs += upper;
-        range = upper - lower;
-        batch.has_ranges = true;
+        batch.ranges.resize(batch.rhs.size(), 0.0);
+        batch.ranges.push_back(upper - lower);
     }
     batch.types.push_back(type);
     batch.rhs.push_back(rhs);
-    batch.ranges.push_back(range);
 }
 
 void collect(Addition& addition, ConstraintBatch& batch, const IndexMap& columns,
@@ -155,7 +176,7 @@ void collect(Addition& addition, ConstraintBatch& batch, const IndexMap& columns
     if (addition.is_registered(serial)) {
         raise(model_error(), "Constraint already added to problem");
     }
-    const Kind kind = kind_of(c->body);
+    const Kind kind = operand_kind(c->body);
     if (kind == Kind::nonlinear) {
         raise(model_error(),
               "Nonlinear constraints cannot be loaded by this version: constraint %S has a "
@@ -163,7 +184,11 @@ void collect(Addition& addition, ConstraintBatch& batch, const IndexMap& columns
               object);
     }
     addition.append(object);
-    constraint_append_name(c, batch.names, kMaxNameBytes);
+    if (constraint_has_name(c)) {
+        batch.names.add(addition.count(), [c](std::string& buffer) {
+            constraint_append_name(c, buffer, kMaxNameBytes);
+        });
+    }
     batch.starts.push_back(static_cast<int64_t>(batch.columns.size()));
     const double rhs = BodyReader(columns, batch).read(c->body, kind);
     if (const auto end = static_cast<int64_t>(batch.quadratic_coefs.size());
@@ -177,8 +202,7 @@ void collect(Addition& addition, ConstraintBatch& batch, const IndexMap& columns
 
 int load_details(ProblemObject* p, const Addition& addition, const ConstraintBatch& batch) {
     const int32_t first = addition.base();
-    int status = NLRAaddnames(p->prob, NLRA_NAMES_ROW, batch.names.data(), first,
-                              first + addition.count() - 1);
+    int status = batch.names.load(p, NLRA_NAMES_ROW, addition);
     int64_t begin = 0;
     for (std::size_t i = 0; status == 0 && i < batch.quadratic_rows.size(); ++i) {
         const int64_t end = batch.quadratic_ends[i];
@@ -202,12 +226,13 @@ int load_indicators(ProblemObject* p, int32_t first, std::span<const Indicator> 
                              directions.data());
 }
 
-void load(ProblemObject* p, const Addition& addition, const ConstraintBatch& batch,
+void load(ProblemObject* p, const Addition& addition, ConstraintBatch& batch,
           std::span<const Indicator> indicators) {
     const int32_t first = addition.base(), count = addition.count();
+    if (!batch.ranges.empty()) batch.ranges.resize(batch.rhs.size(), 0.0);
     check_change(NLRAaddrows64(p->prob, count, static_cast<int64_t>(batch.columns.size()),
                                batch.types.data(), batch.rhs.data(),
-                               batch.has_ranges ? batch.ranges.data() : nullptr,
+                               batch.ranges.empty() ? nullptr : batch.ranges.data(),
                                batch.starts.data(), batch.columns.data(), batch.coefs.data()),
                  p);
     int status = load_details(p, addition, batch);
@@ -225,6 +250,7 @@ void load(ProblemObject* p, const Addition& addition, const ConstraintBatch& bat
 void add_constraints(ProblemObject* p, std::span<PyObject* const> objects) {
     Scratch<ConstraintBatch> batch;
     Addition addition(p, kConstraints, batch->serials);
+    if (const std::size_t count = leaf_count(objects); count > 1) batch->expect(count);
     for (PyObject* object : objects) {
         walk(object, [&](PyObject* leaf) { collect(addition, *batch, *p->variable_index, leaf); });
     }

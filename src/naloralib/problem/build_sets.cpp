@@ -75,7 +75,7 @@ void add_set(ProblemObject* p, PyObject* object) {
     }
     const std::string name = set_name(set);
 
-    std::vector<uint64_t> serials;
+    LargeVector<uint64_t> serials;
     Addition addition(p, kSets, serials);
     addition.append(object);
     addition.register_next(set->serial);

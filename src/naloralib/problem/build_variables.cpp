@@ -12,19 +12,20 @@ namespace {
 constexpr char kTypeLetters[] = {'C', 'B', 'I', 'S', 'R', 'P'};
 
 struct VariableBatch {
-    std::vector<uint64_t> serials;
-    std::vector<double> lower, upper;
-    std::string names;  // packed, each ended by a NUL
+    LargeVector<uint64_t> serials;
+    LargeVector<double> lower, upper;
+    BatchNames names;
     // The columns that are not continuous, and those of them with a threshold.
     std::vector<int32_t> typed_columns, limited_columns;
     std::string types;
     std::vector<double> limits;
-    // Objective coefficients and column starts of empty columns.
-    std::vector<double> zero_costs;
-    std::vector<int64_t> zero_starts;
+
+    void expect(std::size_t columns) {
+        serials.reserve(columns), lower.reserve(columns), upper.reserve(columns);
+    }
 
     bool reset() noexcept {
-        const bool small = lower.capacity() <= 4096 && names.capacity() <= 65536;
+        const bool small = lower.capacity() <= 4096 && names.is_small();
         serials.clear(), lower.clear(), upper.clear(), names.clear();
         typed_columns.clear(), limited_columns.clear(), types.clear(), limits.clear();
         return small;
@@ -60,28 +61,25 @@ void collect(Addition& addition, VariableBatch& batch, PyObject* object) {
     }
     batch.lower.push_back(lower);
     batch.upper.push_back(upper);
-    var_append_name(v, batch.names, kMaxNameBytes);
+    if (var_has_name(v)) {
+        batch.names.add(addition.count(), [v](std::string& buffer) {
+            var_append_name(v, buffer, kMaxNameBytes);
+        });
+    }
     addition.register_next(serial);
 }
 
-void load(ProblemObject* p, const Addition& addition, VariableBatch& batch) {
+void load(ProblemObject* p, const Addition& addition, const VariableBatch& batch) {
     const int32_t first = addition.base(), count = addition.count();
-    if (batch.zero_starts.size() <= static_cast<std::size_t>(count)) {
-        batch.zero_costs.resize(count + 1, 0.0);
-        batch.zero_starts.resize(count + 1, 0);
-    }
-    check_change(NLRAaddcols64(p->prob, count, 0, batch.zero_costs.data(), batch.zero_starts.data(),
-                               nullptr, nullptr, batch.lower.data(), batch.upper.data()),
+    check_change(NLRAaddcols64(p->prob, count, 0, nullptr, nullptr, nullptr, nullptr,
+                               batch.lower.data(), batch.upper.data()),
                  p);
     int status = 0;
     if (!batch.types.empty()) {
         status = NLRAchgcoltype(p->prob, static_cast<int>(batch.types.size()),
                                 batch.typed_columns.data(), batch.types.data());
     }
-    if (status == 0) {
-        status =
-            NLRAaddnames(p->prob, NLRA_NAMES_COLUMN, batch.names.data(), first, first + count - 1);
-    }
+    if (status == 0) status = batch.names.load(p, NLRA_NAMES_COLUMN, addition);
     if (status == 0 && !batch.limits.empty()) {
         status = NLRAchgglblimit(p->prob, static_cast<int>(batch.limits.size()),
                                  batch.limited_columns.data(), batch.limits.data());
@@ -99,6 +97,7 @@ void load(ProblemObject* p, const Addition& addition, VariableBatch& batch) {
 void add_variables(ProblemObject* p, std::span<PyObject* const> objects) {
     Scratch<VariableBatch> batch;
     Addition addition(p, kVariables, batch->serials);
+    if (const std::size_t count = leaf_count(objects); count > 1) batch->expect(count);
     for (PyObject* object : objects) {
         walk(object, [&](PyObject* leaf) { collect(addition, *batch, leaf); });
     }

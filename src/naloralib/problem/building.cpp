@@ -42,7 +42,7 @@ void sync_lists(ProblemObject* p) {
     for (const Registry* registry : {&kVariables, &kConstraints, &kSets}) sync_list(p, *registry);
 }
 
-Addition::Addition(ProblemObject* p, const Registry& registry, std::vector<uint64_t>& serials)
+Addition::Addition(ProblemObject* p, const Registry& registry, LargeVector<uint64_t>& serials)
     : problem_(p), registry_(registry), serials_(serials), base_(sync_list(p, registry)) {}
 
 Addition::~Addition() {
@@ -84,6 +84,25 @@ void Addition::finish_collection() {
         raise(model_error(), "The problem was changed while objects for it were being collected");
     }
     loading_ = true;
+}
+
+int BatchNames::load(ProblemObject* p, int type, const Addition& addition) const {
+    const int32_t base = addition.base();
+    int32_t unnamed = addition.count();
+    for (const Run& run : runs_) unnamed -= run.count;
+    if (unnamed > 0) {
+        static_assert(sizeof(int64_t) == sizeof(uint64_t));
+        const auto* numbers = reinterpret_cast<const int64_t*>(addition.serials().data());
+        const int last = base + addition.count() - 1;
+        if (const int status = NLRAnumbernames(p->prob, type, numbers, base, last)) return status;
+    }
+    for (const Run& run : runs_) {
+        const int first = base + run.first;
+        const int status = NLRAaddnames(p->prob, type, texts_.data() + run.begin, first,
+                                        first + run.count - 1);
+        if (status != 0) return status;
+    }
+    return 0;
 }
 
 }  // namespace nalora

@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "problem/problem.hpp"
+#include "support/large_pages.hpp"
 
 namespace nalora {
 
@@ -39,7 +41,7 @@ inline void raise_pending() {
 // batch's items from the list, which finish_collection() notices.
 class Addition {
   public:
-    Addition(ProblemObject* p, const Registry& registry, std::vector<uint64_t>& serials);
+    Addition(ProblemObject* p, const Registry& registry, LargeVector<uint64_t>& serials);
     ~Addition();
     Addition(const Addition&) = delete;
     Addition& operator=(const Addition&) = delete;
@@ -51,6 +53,7 @@ class Addition {
     bool is_registered(uint64_t serial) const noexcept {
         return (problem_->*registry_.index)->contains(serial);
     }
+    std::span<const uint64_t> serials() const noexcept { return serials_; }
     void append(PyObject* object);
     void register_next(uint64_t serial);
     // ModelError when the problem changed meanwhile. No Python code may run from here to commit().
@@ -63,7 +66,7 @@ class Addition {
   private:
     ProblemObject* problem_;
     const Registry& registry_;
-    std::vector<uint64_t>& serials_;
+    LargeVector<uint64_t>& serials_;
     int32_t base_;
     bool loading_ = false;
 };
@@ -92,6 +95,33 @@ class Scratch {
 };
 
 inline constexpr std::size_t kMaxNameBytes = 150;
+
+// The names of a batch: the texts of the objects that were given one. The others are called by
+// their serials, for which the library takes the numbers.
+class BatchNames {
+  public:
+    // `append` puts the name of the object at `position` and a NUL to the end of a buffer.
+    template <class Append>
+    void add(int32_t position, Append append) {
+        if (runs_.empty() || runs_.back().first + runs_.back().count != position) {
+            runs_.push_back({position, 0, texts_.size()});
+        }
+        append(texts_);
+        ++runs_.back().count;
+    }
+    // `type` as the library has it. Returns the library's status.
+    int load(ProblemObject* p, int type, const Addition& addition) const;
+    bool is_small() const noexcept { return texts_.capacity() <= 65536 && runs_.capacity() <= 4096; }
+    void clear() noexcept { texts_.clear(), runs_.clear(); }
+
+  private:
+    struct Run {  // objects next to each other with names
+        int32_t first, count;
+        std::size_t begin;
+    };
+    std::string texts_;  // packed, each ended by a NUL
+    std::vector<Run> runs_;
+};
 
 // One batch of several objects or nested collections; problem.hpp has the forms for one.
 void add_variables(ProblemObject* p, std::span<PyObject* const> objects);

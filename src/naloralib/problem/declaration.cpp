@@ -1,8 +1,8 @@
 // The declaration form problem(x, y, x + y <= 1, x + 2 * y, ...): what each positional argument is.
 #include "module/state.hpp"
+#include "numpy/each_element.hpp"
 #include "problem/lifecycle.hpp"
 #include "problem/walker.hpp"
-#include "support/numpy.hpp"
 
 namespace nalora {
 
@@ -20,7 +20,7 @@ Content content_of(PyObject* object) noexcept {
 // The item of an array that holds just one, else empty.
 Ref only_item(PyObject* object) {
     if (!PyArray_Check(object)) return Ref();
-    PyArrayObject* array = reinterpret_cast<PyArrayObject*>(object);
+    PyArrayObject* array = as_array(object);
     if (PyArray_SIZE(array) != 1) return Ref();
     return take(PyArray_GETITEM(array, static_cast<const char*>(PyArray_DATA(array))));
 }
@@ -89,11 +89,19 @@ class Declarer {
     }
 
     void declare_collection(PyObject* object) {
-        // An iterator can be walked only once: its leaves are kept, then told apart by the first.
-        const Ref leaves = take(PyList_New(0));
-        walk(object, [&](PyObject* leaf) { check_python(PyList_Append(leaves.get(), leaf)); });
-        if (PyList_GET_SIZE(leaves.get()) == 0) return;
-        switch (content_of(PyList_GET_ITEM(leaves.get(), 0))) {
+        // The first leaf tells what the collection is. An iterator can be walked only once, so the
+        // leaves are kept; those of an array of modeling objects are in it anyway.
+        Ref leaves = Ref::borrow(object), first;
+        if (is_element_array(object)) {
+            if (PyArray_SIZE(as_array(object)) == 0) return;
+            first = Ref::borrow(element_object(PyArray_BYTES(as_array(object))));
+        } else {
+            leaves = take(PyList_New(0));
+            walk(object, [&](PyObject* leaf) { check_python(PyList_Append(leaves.get(), leaf)); });
+            if (PyList_GET_SIZE(leaves.get()) == 0) return;
+            first = Ref::borrow(PyList_GET_ITEM(leaves.get(), 0));
+        }
+        switch (content_of(first.get())) {
             case Content::variables:
                 return add_variables(problem_, leaves.get());
             case Content::constraints:

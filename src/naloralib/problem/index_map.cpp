@@ -4,7 +4,7 @@
 
 namespace nalora {
 
-void IndexMap::set(uint64_t serial, int32_t index) {
+int32_t* IndexMap::make_page(uint64_t serial) {
     const uint64_t number = serial / kPage;
     if (pages_.empty()) {
         pages_.resize(1);
@@ -22,7 +22,7 @@ void IndexMap::set(uint64_t serial, int32_t index) {
     }
     Page& page = pages_[number - first_page_];
     if (!page) page = std::make_unique<int32_t[]>(kPage);
-    page[serial % kPage] = index + 1;
+    return page.get();
 }
 
 void IndexMap::erase(uint64_t serial) noexcept {

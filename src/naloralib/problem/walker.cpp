@@ -1,11 +1,12 @@
 #include "problem/walker.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 #include "model/objects.hpp"
 #include "module/state.hpp"
+#include "numpy/each_element.hpp"
 #include "support/boundary.hpp"
-#include "support/numpy.hpp"
 
 namespace nalora {
 
@@ -42,35 +43,35 @@ Shape classify(PyObject* object) noexcept {
     raise(model_error(), "Maximum recursion (inclusion) level reached");
 }
 
-PyArrayObject* as_array(PyObject* object) noexcept {
-    return reinterpret_cast<PyArrayObject*>(object);
-}
 
-Ref element(PyArrayObject* array, char* data) {
-    if (PyArray_TYPE(array) != NPY_OBJECT) return take(PyArray_GETITEM(array, data));
-    PyObject* item = nullptr;
-    std::memcpy(&item, data, sizeof(void*));  // a field of a structured array may lie unaligned
+// An element of an array of objects.
+Ref object_at(const char* data) {
+    PyObject* item;
+    std::memcpy(&item, data, sizeof item);  // a field of a structured array may lie unaligned
     if (item == nullptr) raise_null_object();
     return Ref::borrow(item);
 }
 
+Ref only_element(PyArrayObject* array) {
+    if (holds_objects(PyArray_TYPE(array))) return object_at(PyArray_BYTES(array));
+    return take(PyArray_GETITEM(array, PyArray_BYTES(array)));
+}
+
 void walk_array(PyObject* object, Leaf leaf, int depth) {
-    PyArrayObject* array = as_array(object);
-    const int type = PyArray_TYPE(array);
-    const bool objects = type == NPY_OBJECT;
-    if (!objects && type != NPY_DOUBLE && type != NPY_INT && type != NPY_BOOL) {
+    const int type = PyArray_TYPE(as_array(object));
+    if (type == NPY_OBJECT) {
+        for_each_address(object, [&](const char* data) {
+            walk(object_at(data).get(), leaf, depth - 1);
+        });
+    } else if (holds_objects(type)) {
+        for_each_address(object, [&](const char* data) { leaf(object_at(data).get()); });
+    } else if (type == NPY_DOUBLE || type == NPY_INT || type == NPY_BOOL) {
+        for_each_address(object, [&](const char* data) {
+            const Ref number = take(PyArray_GETITEM(as_array(object), data));
+            leaf(take(PyNumber_Float(number.get())).get());
+        });
+    } else {
         raise(model_error(), "Incorrect objects used in Sum, Dot, Prod, or aggregate functions");
-    }
-    const Ref iterator = take(PyArray_IterNew(object));
-    auto* position = iterator.as<PyArrayIterObject>();
-    while (PyArray_ITER_NOTDONE(position)) {
-        const Ref item = element(array, static_cast<char*>(PyArray_ITER_DATA(position)));
-        if (objects) {
-            walk(item.get(), leaf, depth - 1);
-        } else {
-            leaf(take(PyNumber_Float(item.get())).get());
-        }
-        PyArray_ITER_NEXT(position);
     }
 }
 
@@ -113,7 +114,7 @@ void walk(PyObject* object, FunctionRef<void(PyObject*)> leaf, int depth) {
     Ref unwrapped;
     for (int level = 0; PyArray_Check(object) && PyArray_SIZE(as_array(object)) == 1; ++level) {
         if (level > kWalkDepth) raise_depth();  // an array that holds itself
-        unwrapped = element(as_array(object), PyArray_BYTES(as_array(object)));
+        unwrapped = only_element(as_array(object));
         object = unwrapped.get();
     }
     const Shape shape = classify(object);
@@ -143,6 +144,25 @@ void walk(PyObject* object, FunctionRef<void(PyObject*)> leaf, int depth) {
             walk_iterator(object, leaf, depth);
             return;
     }
+}
+
+constexpr Py_ssize_t kMostExpected = Py_ssize_t{1} << 24;
+
+std::size_t leaf_count(std::span<PyObject* const> objects) noexcept {
+    Py_ssize_t count = 0;
+    for (PyObject* object : objects) {
+        if (is_plain_leaf(object)) {
+            ++count;
+        } else if (PyArray_Check(object)) {
+            count += PyArray_SIZE(as_array(object));
+        } else if (PyList_Check(object) || PyTuple_Check(object)) {
+            count += PySequence_Fast_GET_SIZE(object);
+        } else {
+            ++count;
+        }
+    }
+    // Arrays may be larger than memory, and be refused at their second element.
+    return static_cast<std::size_t>(std::min<Py_ssize_t>(count, kMostExpected));
 }
 
 bool is_leaf(PyObject* object) noexcept { return classify(object) == Shape::leaf; }

@@ -2,6 +2,9 @@
 // (values), iterators, other sequences and NumPy arrays of objects to a function, in order.
 #pragma once
 
+#include <cstddef>
+#include <span>
+
 #include "support/function_ref.hpp"
 #include "support/ref.hpp"
 
@@ -15,5 +18,9 @@ void walk(PyObject* object, FunctionRef<void(PyObject*)> leaf, int depth = kWalk
 
 // True for what is handed to the leaf function as it is: no collection of any kind.
 bool is_leaf(PyObject* object) noexcept;
+
+// How many leaves there are in all, where that shows without walking: in arrays, lists and tuples
+// that do not nest. A guess, as a reserve of memory.
+std::size_t leaf_count(std::span<PyObject* const> objects) noexcept;
 
 }  // namespace nalora

@@ -1,5 +1,5 @@
-// NumPy's C interface: include this instead of its headers. module/numpy_import.cpp imports it
-// once and defines NALORA_IMPORTS_NUMPY.
+// NumPy's C interface: include this instead of its headers. numpy/import.cpp imports it once and
+// defines NALORA_IMPORTS_NUMPY.
 #pragma once
 
 #include "support/python.hpp"
@@ -13,3 +13,12 @@
 #endif
 #include <numpy/arrayobject.h>
 #include <numpy/arrayscalars.h>
+#include <numpy/ufuncobject.h>
+
+namespace nalora {
+
+inline PyArrayObject* as_array(PyObject* object) noexcept {
+    return reinterpret_cast<PyArrayObject*>(object);
+}
+
+}  // namespace nalora
