@@ -11,8 +11,9 @@ import gc
 import sys
 import time
 
-import nalora
 import numpy as np
+
+import nalora
 
 nalora.setOutputEnabled(False)
 

@@ -1,7 +1,8 @@
 """nalora: plain operators; the same loops with nalora.Sum and one call a block; arrays."""
 
-import nalora
 import numpy as np
+
+import nalora
 
 STYLES = {
     "w1": ["plain", "quick", "vector"],

@@ -79,7 +79,8 @@ int NLRAgetnames(NLRAprob prob, int type, char* names, int64_t maxbytes, int64_t
         const Names& all = names_of(problem.model, kind);
         int64_t needed = 0;
         for (int i = first; i < first + count; ++i) {
-            needed += 1 + static_cast<int64_t>(all.has_text(i) ? all.view(i).size() : all.get(i).size());
+            needed +=
+                1 + static_cast<int64_t>(all.has_text(i) ? all.view(i).size() : all.get(i).size());
         }
         if (nbytes != nullptr) *nbytes = needed;
         if (names == nullptr) return;

@@ -118,9 +118,7 @@ std::string Names::get(int index) const {
     return letter_ + std::to_string(entry > 0 ? entry : int64_t{index} + 1);
 }
 
-std::string_view Names::view(int index) const {
-    return arena_.data() + (-1 - entries_[index]);
-}
+std::string_view Names::view(int index) const { return arena_.data() + (-1 - entries_[index]); }
 
 int64_t Names::text_bytes(Entry entry) const {
     return entry < 0 ? static_cast<int64_t>(std::strlen(arena_.data() + (-1 - entry))) + 1 : 0;

@@ -9,7 +9,8 @@
 All names come from the compiled module `nalora.naloralib`.
 """
 
-from . import naloralib, sparse
+from . import naloralib
+from . import sparse as sparse
 
 __version__ = "0.1.0.dev0"
 

@@ -2,10 +2,10 @@
 
 import gc
 import re
-import sys
 
 import numpy as np
 import pytest
+from conftest import allocated
 
 import nalora
 
@@ -316,8 +316,8 @@ def test_calls_leak_nothing(lp):
     for _ in range(20):
         work()
     gc.collect()
-    before = sys.getallocatedblocks()
+    before = allocated()
     for _ in range(200):
         work()
     gc.collect()
-    assert sys.getallocatedblocks() - before < 100
+    assert allocated() - before < 100

@@ -9,6 +9,7 @@ import time
 
 import numpy as np
 import pytest
+from conftest import allocated
 
 import nalora
 
@@ -183,7 +184,7 @@ def test_nothing_is_left_behind(x):
                 with pytest.raises(nalora.ModelError):
                     nalora.Sum(bad)
         gc.collect()
-        return sys.getallocatedblocks()
+        return allocated()
 
     assert -blocks(300) + blocks(1000) < 100
 

@@ -311,6 +311,7 @@ def test_refused_sets(arguments, error, text):
 
 
 def test_sets_keep_lists_and_release_them():
+    x = nalora.var()
     indices, weights = [x], [1]
     before = sys.getrefcount(indices), sys.getrefcount(weights), sys.getrefcount(x)
     s = nalora.sos(indices, weights)

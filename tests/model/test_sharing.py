@@ -5,13 +5,14 @@ import sys
 import time
 
 import pytest
+from conftest import allocated
 
 import nalora
 
 
 def live_blocks():
     gc.collect()
-    return sys.getallocatedblocks()
+    return allocated()
 
 
 def test_sizes():

@@ -7,6 +7,7 @@ import sys
 
 import numpy as np
 import pytest
+from conftest import allocated
 
 import nalora
 
@@ -260,7 +261,7 @@ def test_subclasses():
 def test_objects_of_any_type_are_released(kind):
     def live():
         gc.collect()
-        return sys.getallocatedblocks()
+        return allocated()
 
     def make():
         for i in range(1000):

@@ -9,6 +9,7 @@ import textwrap
 
 import numpy as np
 import pytest
+from conftest import allocated
 
 import nalora
 
@@ -163,14 +164,14 @@ def test_memory_limit_is_an_error():
     assert (result.stdout, result.stderr) == ("No memory to create variables\n" * 3, "")
 
 
-@pytest.mark.skipif(sys.getallocatedblocks() == 0, reason="the allocator counts nothing")
+@pytest.mark.skipif(allocated() == 0, reason="the allocator counts nothing")
 def test_variables_die_one_by_one():
     gc.collect()
-    before = sys.getallocatedblocks()
+    before = allocated()
     x = nalora.vars(100, 100, name="")
-    assert abs(sys.getallocatedblocks() - before - 10_000) < 300
+    assert abs(allocated() - before - 10_000) < 300
     x[:, 1:] = x[:, :1]
-    assert abs(sys.getallocatedblocks() - before - 100) < 600  # a few hundred are kept for reuse
+    assert abs(allocated() - before - 100) < 600  # a few hundred are kept for reuse
     del x
     for _ in range(100):
         nalora.vars("abcdefghij", 20, lb=2, ub=7, threshold=3, vartype=3)
@@ -178,4 +179,4 @@ def test_variables_die_one_by_one():
             with pytest.raises(nalora.ModelError):
                 nalora.vars(5, bad)
     gc.collect()
-    assert sys.getallocatedblocks() - before < 600
+    assert allocated() - before < 600

@@ -2,10 +2,10 @@
 
 import gc
 import math
-import sys
 
 import numpy as np
 import pytest
+from conftest import allocated
 
 import nalora
 
@@ -184,17 +184,23 @@ def test_arrays_that_are_refused(make, error):
         value(array)
 
 
-def test_arrays_that_the_evaluation_changes():
+def test_arrays_without_memory_for_their_values():
+    endless = np.broadcast_to(np.array([x], dtype=nalora.npvar), (2**46, 1))
+    with pytest.raises(nalora.ModelError, match="Could not initialize result of the evaluation"):
+        value(endless)
+
+
+@pytest.mark.parametrize("shape", [(1,), (5000,)])
+def test_arrays_that_the_evaluation_resizes(shape):
     class Value:
         def __float__(self):
             array[...] = z
             array.resize(shape, refcheck=False)
             return 1.0
 
-    for shape in [(1,), (5000,)]:
-        array = np.array([x, x, x], dtype=nalora.npvar)
-        with pytest.raises((RuntimeError, nalora.ModelError)):
-            nalora.evaluate(array, solution={x: Value(), z: 0.0})
+    array = np.array([x, x, x], dtype=nalora.npvar)
+    with pytest.raises((RuntimeError, nalora.ModelError)):
+        nalora.evaluate(array, solution={x: Value(), z: 0.0})
 
 
 def test_depth_limit():
@@ -264,13 +270,18 @@ def test_nothing_is_leaked():
         value(x, [y, (z, {"k": x * y + 1})])
         value(np.array([[x, y]], dtype=nalora.npvar).T * 2)
         nulls = np.empty(2, dtype=nalora.npvar)
-        for bad in (lambda: value([x, None]), lambda: value(nulls), lambda: value(x / z), lambda: nalora.evaluate(x)):
+        for bad in (
+            lambda: value([x, None]),
+            lambda: value(nulls),
+            lambda: value(x / z),
+            lambda: nalora.evaluate(x),
+        ):
             with pytest.raises((nalora.ModelError, ZeroDivisionError, nalora.InterfaceError)):
                 bad()
 
     def blocks():
         gc.collect()
-        return sys.getallocatedblocks()
+        return allocated()
 
     work()
     before = blocks()

@@ -5,6 +5,7 @@ import sys
 
 import numpy as np
 import pytest
+from conftest import allocated
 
 import nalora
 from nalora import Dot, ModelError
@@ -141,6 +142,12 @@ def test_quadratic_forms():
     np.testing.assert_array_equal(found, np.triu(symmetric))
     assert (found[np.array([position[u] for u in us]), [position[v] for v in vs]] != 0).all()
     assert quadratic(Dot(x, Dot(q, x))) == quadratic(e)
+    # Linear terms, and two vectors that differ.
+    y = x * np.arange(n)
+    assert quadratic(Dot(y, q, y)) == quadratic(Dot(y, Dot(q, y)))
+    assert quadratic(Dot(x, q, x[::-1])) == quadratic(Dot(x, Dot(q, x[::-1])))
+    out = np.empty((), dtype=nalora.npexpr)
+    assert Dot(x, q, x, out=out) is out and quadratic(out.item()) == quadratic(e)
 
 
 # ---- the fold -----------------------------------------------------------------------------------
@@ -155,44 +162,30 @@ def test_factors_in_any_collection():
     out = np.empty(1, dtype=nalora.npexpr)
     assert Dot(*factors, out=out) is out
     assert [linear(e) for e in out] == expected
+    assert [linear(e) for e in Dot(np.ones((1, 1)), a, b, X[:2])] == expected
     assert Dot() == 0.0 and type(Dot([])) is float
     assert Dot([a]) is a and Dot(X[0]) is X[0]
-
-
-def test_four_factors():
-    a = np.arange(6.0).reshape(1, 2, 3)
-    b, c = np.arange(12.0).reshape(3, 4), np.ones((2, 4, 2))
-    result = Dot(a, b, c, X[:2])
-    values = np.array([VALUES[v] for v in X[:2]])
-    np.testing.assert_allclose(value(result), a.dot(b).dot(c).dot(values))
-    assert result.shape == (1, 2, 2)
 
 
 @pytest.mark.parametrize(
     ("factors", "message"),
     [
         ((2.0, X), "incompatible objects: first one is a scalar"),
-        ((X[0], X), "incompatible objects: first one is a scalar"),
         ((np.array(2.0), X), "incompatible objects: first one is a scalar"),
         ((X, X, X), "incompatible objects: first one is a scalar"),
         ((X, X[0] + 1), "incompatible objects: second one is a scalar"),
         (([1] * 6, X), "Dot product can only occur between NumPy arrays"),
         ((X, [1] * 6), "Dot product should only be on NumPy arrays"),
         ((X[0], X[1]), "Dot product can only occur between NumPy arrays"),
-        (("ab",), "Dot product can only occur between NumPy arrays"),
         ((["ab"],), "Dot product can only occur between NumPy arrays"),
-        ((X, "ab"), "Dot product should only be on NumPy arrays"),
         ((X, X[:5]), MATCH),
-        ((np.ones((6, 2)), X), MATCH),
         ((X, np.ones((6, 2, 3))), MATCH),
         ((X, np.ones(6, dtype=complex)), ELEMENTS),
         ((X, np.array(["a"] * 6)), ELEMENTS),
         ((X <= 1, X), ELEMENTS),
         ((np.zeros(6), np.array([*X[:5], None])), ELEMENTS),
         ((np.empty(6, dtype=nalora.npvar), X), ELEMENTS),
-        ((X, np.array([*X[:5], "a"], dtype=object)), ELEMENTS),
         ((np.ones(6), np.array([*X[:5], 1j], dtype=object)), ELEMENTS),
-        ((np.ones(6, dtype="M8[s]"), X), ELEMENTS),
         ((np.ones((2**40, 0)), np.ones((0, 2**40))), "Could not initialize result"),
     ],
 )
@@ -264,24 +257,17 @@ def test_out_receives_the_result():
         ((np.ones((2, 6)), X), np.zeros(2), OUT_TYPE),
         ((np.ones((2, 6)), X), np.empty(2, dtype=nalora.npvar), OUT_TYPE),
         ((np.ones((2, 6)), X), np.empty(2, dtype=object), OUT_TYPE),
-        ((np.ones((2, 6)), X), [0, 0], OUT_TYPE),
         ((np.ones((2, 6)), np.ones(6)), np.empty(2, dtype=nalora.npexpr), OUT_TYPE),
         ((np.ones((2, 6)), np.ones(6)), np.zeros(2, dtype=bool), OUT_TYPE),
-        ((np.ones((2, 6)), np.ones(6)), np.zeros(2, dtype=complex), OUT_TYPE),
         ((np.ones((2, 6)), X), np.empty(3, dtype=nalora.npexpr), "wrong shape"),
-        ((np.ones((2, 6)), X), np.empty((2, 1), dtype=nalora.npexpr), "wrong shape"),
         ((np.ones((2, 6)), np.ones(6)), np.ones((2, 2)), "wrong shape"),
         ((X, X), np.empty(2, dtype=nalora.npexpr), "contains more than one element"),
-        ((np.ones(2), np.ones(2)), np.ones(2), "contains more than one element"),
         ((X,), np.empty(6, dtype=nalora.npexpr), "at least two factors"),
     ],
 )
 def test_refused_out(factors, out, message):
-    before = list(np.ravel(out)) if isinstance(out, np.ndarray) and out.dtype.kind == "f" else None
     with pytest.raises(ModelError, match=message):
         Dot([*factors], out=out)
-    if before is not None:
-        assert list(np.ravel(out)) == before
 
 
 def test_out_is_untouched_by_failures():
@@ -348,7 +334,7 @@ def test_nothing_is_kept():
     def state():
         gc.collect()
         counts = [sys.getrefcount(o) for o in [*x.tolist(), *e.tolist(), x, e, matrix, out]]
-        return counts, sys.getallocatedblocks()
+        return counts, allocated()
 
     work()
     counts, blocks = state()

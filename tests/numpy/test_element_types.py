@@ -4,9 +4,10 @@ import copy
 import pickle
 import sys
 
-import nalora
 import numpy as np
 import pytest
+
+import nalora
 
 
 @pytest.fixture
@@ -129,6 +130,17 @@ def test_arrays_own_what_only_they_hold(xs):
     with pytest.raises(nalora.ModelError):
         cycle + 1
     cycle[0] = 0
+    assert sys.getrefcount(x) == before
+
+
+def test_copies_of_many_elements_count_their_references():
+    x = nalora.var()
+    before = sys.getrefcount(x)
+    table = np.full((200, 200), x, dtype=nalora.npvar)
+    table[:, 1:] = table[:, :1]  # NumPy copies large strided blocks without the interpreter lock
+    plain = table.T.astype(object).astype(nalora.npexpr)[::2]
+    assert sys.getrefcount(x) == before + 40000 + 40000
+    del table, plain
     assert sys.getrefcount(x) == before
 
 

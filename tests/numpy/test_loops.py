@@ -3,9 +3,10 @@
 import operator
 import sys
 
-import nalora
 import numpy as np
 import pytest
+
+import nalora
 
 ops = operator
 ARITHMETIC = [ops.add, ops.sub, ops.mul, ops.truediv, ops.pow, ops.and_, ops.or_]
@@ -73,7 +74,7 @@ def test_every_loop_does_what_the_operator_does(xs, operation, array_kind, kind,
     if reflected:
         left, lefts, right, rights = right, rights, left, lefts
     if operation is ops.truediv and any(isinstance(r, float) and r == 0 for r in rights):
-        with pytest.raises(nalora.ModelError, match="[Dd]ivision"):
+        with pytest.raises(nalora.ModelError, match=r"[Dd]ivision"):
             operation(left, right)
         return
     if operation is ops.pow and reflected and kind in ("var", "expression", "linterm", "nonlinear"):
@@ -115,7 +116,7 @@ def test_shapes_broadcast(xs, a):
     assert table.shape == (4, 4) and str(table[1, 2]) == "x1 + x2"
     rows = table.T[::-1, ::2] <= np.arange(8).reshape(4, 2)
     assert rows.shape == (4, 2) and rows[1, 1].ub == 3
-    with pytest.raises(ValueError):
+    with pytest.raises(ValueError, match="broadcast"):
         a + a[:3]
     assert (a[:0] + 1).shape == (0,) and (a[:0] <= 1).dtype == nalora.npconstraint
 

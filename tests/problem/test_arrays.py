@@ -6,6 +6,7 @@ import time
 
 import numpy as np
 import pytest
+from conftest import allocated
 from model_file import fails, is_same, read_back, sizes
 
 import nalora
@@ -240,16 +241,18 @@ def test_arrays_that_their_own_elements_change(order):
 
     assert added(lambda a: a[2].fill(())) == 2
     assert added(lambda a: a.fill(())) == 1
-    for shape in [(1, 1), (500, 100)]:
-        # A larger array holds zeros, which are no variables; one in another order must not move.
-        try:
-            assert added(lambda a, shape=shape: a.resize(shape, refcheck=False)) == 1
-        except (nalora.ModelError, RuntimeError, ValueError) as error:
-            assert order == "F" or NOT_VARIABLES in str(error)
+    if order == "C":
+        assert added(lambda a: a.resize((1, 1), refcheck=False)) == 1
+        with fails(NOT_VARIABLES):  # the new elements are zeros
+            added(lambda a: a.resize((500, 100), refcheck=False))
+    else:
+        for shape in [(1, 1), (500, 100)]:
+            with pytest.raises((RuntimeError, ValueError)):  # NumPy itself may refuse
+                added(lambda a, shape=shape: a.resize(shape, refcheck=False))
 
 
 def test_adding_to_the_problem_while_an_array_is_walked(xp):
-    x, p = xp
+    _, p = xp
     extra, fresh = nalora.var(), variables(2)
     with fails("The problem was changed while objects for it were being collected"):
         p.addVariable(fresh, wrapped(Trap(lambda: p.addVariable(extra)), ()))
@@ -331,7 +334,7 @@ def test_nothing_is_leaked():
 
     def blocks():
         gc.collect()
-        return sys.getallocatedblocks()
+        return allocated()
 
     for _ in range(3):
         work()

@@ -9,6 +9,7 @@ import weakref
 
 import numpy as np
 import pytest
+from conftest import allocated
 
 import nalora
 
@@ -502,7 +503,7 @@ def test_no_leaks(xyz):
 
     def blocks():
         gc.collect()
-        return sys.getallocatedblocks()
+        return allocated()
 
     for _ in range(20):
         once()

@@ -1,10 +1,10 @@
 """Reading solutions by object, index and name."""
 
-import sys
 import time
 
 import numpy as np
 import pytest
+from conftest import allocated
 from model_file import fails
 
 import nalora
@@ -132,7 +132,7 @@ def test_many_values_are_read_in_one_pass():
         return time.perf_counter() - start
 
     assert min(seconds() for _ in range(7)) < 0.05
-    before = sys.getallocatedblocks()
+    before = allocated()
     for _ in range(3):
         p.getSolution()
-    assert sys.getallocatedblocks() - before < 100
+    assert allocated() - before < 100

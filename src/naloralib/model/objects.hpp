@@ -2,13 +2,17 @@
 // model/ and nonlinear/.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "model/terms.hpp"
 #include "module/parts.hpp"
+#include "support/large_pages.hpp"
 #include "support/ref.hpp"
+#include "support/slab.hpp"
 
 namespace nalora {
 
@@ -28,31 +32,35 @@ enum class Kind : int {
 struct PythonOwner {
     static void retain(void* var) noexcept { Py_INCREF(static_cast<PyObject*>(var)); }
     static void release(void* var) noexcept { Py_DECREF(static_cast<PyObject*>(var)); }
-    // Blocks for a few linear terms come and go with every row: some are kept for reuse.
+    // Blocks for a few linear terms come with every row, by the million.
     static void* allocate(std::size_t bytes) noexcept {
 #ifndef NALORA_NO_FREELIST
-        if (bytes == kRecycledBytes && recycled_count > 0) return recycled[--recycled_count];
+        if (bytes == kSlabBytes) return slab_pool<kSlabBytes>().allocate();
 #endif
-        return PyMem_Malloc(bytes);
+        return with_large_pages(PyMem_Malloc(bytes), bytes);
     }
-    static void* reallocate(void* memory, std::size_t /*old_bytes*/, std::size_t bytes) noexcept {
-        return PyMem_Realloc(memory, bytes);
+    static void* reallocate(void* memory, [[maybe_unused]] std::size_t old_bytes,
+                            std::size_t bytes) noexcept {
+#ifndef NALORA_NO_FREELIST
+        if (old_bytes == kSlabBytes || bytes == kSlabBytes) {
+            void* moved = allocate(bytes);
+            if (moved == nullptr) return nullptr;
+            std::memcpy(moved, memory, std::min(old_bytes, bytes));
+            deallocate(memory, old_bytes);
+            return moved;
+        }
+#endif
+        return with_large_pages(PyMem_Realloc(memory, bytes), bytes);
     }
     static void deallocate(void* memory, [[maybe_unused]] std::size_t bytes) noexcept {
 #ifndef NALORA_NO_FREELIST
-        if (bytes == kRecycledBytes && recycled_count < kRecycledMax) {
-            recycled[recycled_count++] = memory;
-            return;
-        }
+        if (bytes == kSlabBytes) return slab_pool<kSlabBytes>().deallocate(memory);
 #endif
         PyMem_Free(memory);
     }
 
   private:
-    static constexpr std::size_t kRecycledBytes = 128;  // four linear entries
-    static constexpr int kRecycledMax = 256;
-    static inline void* recycled[kRecycledMax];
-    static inline int recycled_count = 0;
+    static constexpr std::size_t kSlabBytes = 128;  // four linear entries
 };
 using LinearTerms = Terms<LinearEntry, PythonOwner>;
 using QuadraticTerms = Terms<QuadraticEntry, PythonOwner>;

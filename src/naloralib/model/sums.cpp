@@ -101,8 +101,11 @@ Ref onto_right(PyObject* a, PyObject* b, double s) {
 
 Ref expressions(PyObject* a, PyObject* b, double s) {
     // Adding is the same in either order; the longer operand is the one to share.
-    const bool swap =
-        s == 1.0 && as_expression(b)->linear.raw_size() > as_expression(a)->linear.raw_size();
+    const auto size = [](PyObject* o) {
+        const ExpressionObject* e = as_expression(o);
+        return e->linear.raw_size() + e->quadratic.raw_size();
+    };
+    const bool swap = s == 1.0 && size(b) > size(a);
     if (swap) std::swap(a, b);
     return onto_left<Kind::expression>(a, b, s);
 }

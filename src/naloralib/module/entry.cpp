@@ -62,9 +62,10 @@ PyMethodDef module_functions[kMaxFunctions + 1];
 // The parts' rows in one table that lives as long as the module.
 void join_functions() {
     std::size_t n = 0;
-    for (auto part : {aggregate_functions, dot_functions, library_functions, control_functions,
-                      handler_functions, environment_functions, variable_functions,
-                      architecture_functions, evaluation_functions, output_functions}) {
+    for (auto part :
+         {aggregate_functions, dot_functions, library_functions, control_functions,
+          handler_functions, environment_functions, variable_functions, architecture_functions,
+          evaluation_functions, output_functions, memory_functions}) {
         for (const PyMethodDef& function : part()) {
             if (n == kMaxFunctions) raise(PyExc_RuntimeError, "too many module functions");
             module_functions[n++] = function;

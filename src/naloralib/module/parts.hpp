@@ -23,6 +23,7 @@ std::span<const PyMethodDef> environment_functions();   // getbanner, init, free
 std::span<const PyMethodDef> variable_functions();      // vars
 std::span<const PyMethodDef> architecture_functions();  // setarchconsistency
 std::span<const PyMethodDef> evaluation_functions();    // evaluate
+std::span<const PyMethodDef> memory_functions();        // _live_cells, for tests
 std::span<const PyMethodDef> output_functions();        // getOutputEnabled, setOutputEnabled
 
 // Problem methods of each part (no sentinel row); problem/type.cpp joins them.

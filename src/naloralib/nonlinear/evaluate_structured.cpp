@@ -90,7 +90,8 @@ Ref array_values(PyObject* object, const EvaluationContext& context, int depth) 
     PyArrayObject* array = as_array(object);
     PyObject* made = PyArray_SimpleNew(PyArray_NDIM(array), PyArray_DIMS(array), NPY_DOUBLE);
     if (made == nullptr) {
-        raise(model_error(), "Could not initialize result of the evaluation of a NumPy array");
+        raise_chained(model_error(),
+                      "Could not initialize result of the evaluation of a NumPy array");
     }
     Ref result = Ref::steal(made);
     auto* value = static_cast<double*>(PyArray_DATA(as_array(made)));
@@ -99,8 +100,8 @@ Ref array_values(PyObject* object, const EvaluationContext& context, int depth) 
     for_each_address(object, [&](const char* element) {
         // Only an evaluation that resizes the array leads beyond the result.
         if (value == end) raise(PyExc_RuntimeError, "array changed size during evaluation");
-        const Ref item = objects ? Ref::borrow(element_object(element))
-                                 : take(PyArray_GETITEM(array, element));
+        const Ref item =
+            objects ? Ref::borrow(element_object(element)) : take(PyArray_GETITEM(array, element));
         *value++ = element_value(item.get(), context, depth);
     });
     if (value != end) raise(PyExc_RuntimeError, "array changed size during evaluation");

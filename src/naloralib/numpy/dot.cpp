@@ -22,8 +22,8 @@ constexpr const char* kDotDoc =
     "gives a vector of shape (m,), and k arrays of d1, ..., dk dimensions give one of\n"
     "d1 + ... + dk - 2 * (k - 1).\n\n"
     "With modeling objects the result is an array of npexpr, and a single object where no\n"
-    "dimension is left; products of numbers alone give an array of floats, or a float. Dot() is\n"
-    "0.0.\n\n"
+    "dimension is left; products of numbers alone give an array of floats, or a float. A single\n"
+    "factor is returned as it is, and Dot() is 0.0.\n\n"
     "out, an array of the shape of the result, receives the last product and is returned: of\n"
     "npexpr, or of floats or integers for a product of numbers, which is converted as in an\n"
     "assignment to an array. It has one element where no dimension is left. It may be one of the\n"
@@ -161,22 +161,6 @@ Ref product(const Factor& a, const Factor& b, PyObject* out) {
     return delivered(numeric ? product_of_numbers(a, b) : product_of_objects(a, b, shape), out);
 }
 
-// Half of the work of two products. Empty where the factors are not of this form.
-Ref product_of_form(const Factor& x, const Factor& q, const Factor& y, PyObject* out) {
-    if (x.dimensions() != 1 || q.dimensions() != 2 || y.dimensions() != 1) return Ref();
-    const npy_intp n = x.sizes()[0];
-    if (q.sizes()[0] != n || q.sizes()[1] != n || y.sizes()[0] != n) return Ref();
-    if (x.is_double || !q.is_double || y.is_double) return Ref();
-    const Line left{x.data(), kFactorItem, false}, right{y.data(), kFactorItem, false};
-    Ref form = quadratic_form(left, {q.data(), n * kFactorItem, kFactorItem, true}, right, n);
-    if (!form) return Ref();
-    if (out != nullptr) check_out(out, Shape(), false);
-    Ref result = new_element_array(ElementType::expression, 0, nullptr);
-    if (!result) refuse_result();
-    set_element(PyArray_BYTES(result.as<PyArrayObject>()), std::move(form));
-    return delivered(std::move(result), out);
-}
-
 // ---- the fold -------------------------------------------------------------------------------
 
 // What a factor is by itself; arrays without dimensions count as their element.
@@ -212,11 +196,30 @@ Ref single_factor(PyObject* factor) {
     return Ref::borrow(factor);
 }
 
-bool are_arrays(const std::vector<Ref>& factors) noexcept {
-    for (const Ref& factor : factors) {
-        if (classify(factor.get()) != FactorKind::array) return false;
-    }
-    return true;
+bool is_vector_of_objects(PyObject* factor) noexcept {
+    return PyArray_Check(factor) && PyArray_NDIM(as_array(factor)) == 1 &&
+           holds_objects(PyArray_TYPE(as_array(factor)));
+}
+
+// x'Qx in half of the work of two products. Empty where the factors are not of this form.
+Ref product_of_form(const std::vector<Ref>& factors, PyObject* out) {
+    if (factors.size() != 3) return Ref();
+    PyObject *first = factors[0].get(), *matrix = factors[1].get(), *last = factors[2].get();
+    if (!is_vector_of_objects(first) || !is_vector_of_objects(last)) return Ref();
+    if (!PyArray_Check(matrix) || PyArray_NDIM(as_array(matrix)) != 2) return Ref();
+    const Factor x = factor_of(as_array(first)), q = factor_of(as_array(matrix)),
+                 y = factor_of(as_array(last));
+    const npy_intp n = x.sizes()[0];
+    if (q.sizes()[0] != n || q.sizes()[1] != n || y.sizes()[0] != n) return Ref();
+    if (x.is_double || !q.is_double || y.is_double) return Ref();
+    const Line left{x.data(), kFactorItem, false}, right{y.data(), kFactorItem, false};
+    Ref form = quadratic_form(left, {q.data(), n * kFactorItem, kFactorItem, true}, right, n);
+    if (!form) return Ref();
+    if (out != nullptr) check_out(out, Shape(), false);
+    Ref result = new_element_array(ElementType::expression, 0, nullptr);
+    if (!result) refuse_result();
+    set_element(PyArray_BYTES(result.as<PyArrayObject>()), std::move(form));
+    return delivered(std::move(result), out);
 }
 
 Ref fold(PyObject* collection, PyObject* out) {
@@ -229,12 +232,8 @@ Ref fold(PyObject* collection, PyObject* out) {
         }
         return factors.empty() ? make_float(0.0) : single_factor(factors[0].get());
     }
-    if (factors.size() == 3 && are_arrays(factors)) {
-        Ref form = product_of_form(factor_of(factors[0].as<PyArrayObject>()),
-                                   factor_of(factors[1].as<PyArrayObject>()),
-                                   factor_of(factors[2].as<PyArrayObject>()), out);
-        if (form) return form;
-    }
+    Ref form = product_of_form(factors, out);
+    if (form) return form;
     const std::size_t last = factors.size() - 1;
     Ref total = std::move(factors[0]);
     for (std::size_t i = 1; i <= last; ++i) {

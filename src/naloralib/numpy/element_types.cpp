@@ -4,6 +4,7 @@
 #include "module/state.hpp"
 #include "numpy/inner_product.hpp"
 #include "support/boundary.hpp"
+#include "support/gil.hpp"
 
 namespace nalora {
 
@@ -21,7 +22,8 @@ using DescriptorPrototype = PyArray_Descr;
 #endif
 
 // ---- the functions that NumPy calls on elements ---------------------------------------------
-// They are called without a boundary of ours in between, and on unaligned memory too.
+// They are called without a boundary of ours in between, on unaligned memory too, and those for
+// many elements without the interpreter lock.
 
 PyObject* get_item(void* element, void* /*array*/) noexcept {
     return Ref::borrow(element_object(static_cast<const char*>(element))).release();
@@ -43,6 +45,7 @@ bool refuse_swap(int swap) noexcept {
 // elements stay as they are.
 void copy_swap_n(void* to, npy_intp to_stride, void* from, npy_intp from_stride, npy_intp n,
                  int swap, void* /*array*/) noexcept {
+    const GilEnsured lock;
     if (refuse_swap(swap) || from == nullptr) return;
     auto* target = static_cast<char*>(to);
     const auto* source = static_cast<const char*>(from);
@@ -76,6 +79,7 @@ void cast(void* from, void* to, npy_intp n, void* /*from_array*/, void* /*to_arr
 template <class Number>
 void cast_number(void* from, void* to, npy_intp n, void* /*from_array*/,
                  void* /*to_array*/) noexcept {
+    const GilEnsured lock;
     const auto* source = static_cast<const char*>(from);
     auto* target = static_cast<char*>(to);
     for (; n > 0; --n, source += sizeof(Number), target += sizeof(PyObject*)) {
@@ -90,6 +94,7 @@ void cast_number(void* from, void* to, npy_intp n, void* /*from_array*/,
 // Inner products for numpy.dot and numpy.inner, which look for this function and no loop.
 void dot(void* a, npy_intp a_stride, void* b, npy_intp b_stride, void* result, npy_intp n,
          void* /*array*/) noexcept {
+    const GilEnsured lock;
     guarded([&] {
         const Line first{static_cast<const char*>(a), a_stride, false};
         const Line second{static_cast<const char*>(b), b_stride, false};

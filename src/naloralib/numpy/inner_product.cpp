@@ -153,30 +153,35 @@ npy_intp nonzeros(const Line& line, npy_intp count) noexcept {
     return n;
 }
 
-// From the smallest to the largest serial in a long line of variables and linear terms that has at
-// least twice as many elements as there are serials; of size 0 for any other line.
+// From the smallest to the largest serial in a long line of variables and linear terms that are out
+// of order, or repeat, where there are not many more serials than elements; of size 0 for any other
+// line.
 struct SerialRange {
     uint64_t first = 0, size = 0;
 };
 
-SerialRange repeated_serials(const Line& objects, npy_intp count) noexcept {
+SerialRange unordered_serials(const Line& objects, npy_intp count) noexcept {
     constexpr npy_intp kLong = 1024;
     if (count < kLong) return {};
-    uint64_t low = ~uint64_t{0}, high = 0;
+    uint64_t low = ~uint64_t{0}, high = 0, previous = 0;
+    bool ascending = true;
     for (npy_intp h = 0; h < count; ++h) {
         PyObject* o = element_object(objects.data + h * objects.stride);
         const Kind kind = operand_kind(o);
         if (!is_linear(kind)) return {};
         const uint64_t serial = var_serial(pair_of(kind, o).var);
+        ascending = ascending && serial > previous;
+        previous = serial;
         low = std::min(low, serial);
         high = std::max(high, serial);
     }
     const uint64_t size = high - low + 1;
-    return size <= static_cast<uint64_t>(count) / 2 ? SerialRange{low, size} : SerialRange{};
+    const bool dense = size <= 2 * static_cast<uint64_t>(count);
+    return dense && !ascending ? SerialRange{low, size} : SerialRange{};
 }
 
-// A sum of many terms in few variables: added up in an array over the variables' serials, so that
-// what is written stays in the cache, and the terms come out in order.
+// Added up in an array over the variables' serials, the terms come out in order, and those that
+// repeat take no room.
 Ref sum_by_serial(const Line& factors, const Line& objects, npy_intp count, SerialRange range) {
     struct Slot {
         VarObject* var;
@@ -204,8 +209,8 @@ Ref sum_by_serial(const Line& factors, const Line& objects, npy_intp count, Seri
 }
 
 Ref product_by_numbers(const Line& factors, const Line& objects, npy_intp count,
-                       SerialRange repeated) {
-    if (repeated.size > 0) return sum_by_serial(factors, objects, count, repeated);
+                       SerialRange unordered) {
+    if (unordered.size > 0) return sum_by_serial(factors, objects, count, unordered);
     InnerProduct sum(nonzeros(factors, count));
     const char *factor = factors.data, *object = objects.data;
     for (; count > 0; --count, factor += factors.stride, object += objects.stride) {
@@ -225,8 +230,8 @@ Ref product_of_objects(const Line& a, const Line& b, npy_intp count) {
 }  // namespace
 
 Ref inner_product(const Line& a, const Line& b, npy_intp count) {
-    if (a.is_double) return product_by_numbers(a, b, count, repeated_serials(b, count));
-    if (b.is_double) return product_by_numbers(b, a, count, repeated_serials(a, count));
+    if (a.is_double) return product_by_numbers(a, b, count, unordered_serials(b, count));
+    if (b.is_double) return product_by_numbers(b, a, count, unordered_serials(a, count));
     return product_of_objects(a, b, count);
 }
 
@@ -264,22 +269,22 @@ void matrix_product(const Matrix& a, const Matrix& b, const MatrixSizes& sizes, 
                     npy_intp row_stride, npy_intp column_stride) {
     const auto [rows, inner, columns] = sizes;
     // Of the lines of objects, each of which meets all lines of doubles.
-    std::vector<SerialRange> repeated;
+    std::vector<SerialRange> unordered;
     if (a.is_double) {
         for (npy_intp j = 0; j < columns; ++j) {
-            repeated.push_back(repeated_serials(b.column(j), inner));
+            unordered.push_back(unordered_serials(b.column(j), inner));
         }
     } else if (b.is_double) {
         for (npy_intp i = 0; i < rows; ++i) {
-            repeated.push_back(repeated_serials(a.row(i), inner));
+            unordered.push_back(unordered_serials(a.row(i), inner));
         }
     }
     for (npy_intp i = 0; i < rows; ++i) {
         const Line row = a.row(i);
         for (npy_intp j = 0; j < columns; ++j) {
             const Line column = b.column(j);
-            Ref sum = a.is_double   ? product_by_numbers(row, column, inner, repeated[j])
-                      : b.is_double ? product_by_numbers(column, row, inner, repeated[i])
+            Ref sum = a.is_double   ? product_by_numbers(row, column, inner, unordered[j])
+                      : b.is_double ? product_by_numbers(column, row, inner, unordered[i])
                                     : product_of_objects(row, column, inner);
             set_element(result + i * row_stride + j * column_stride, std::move(sum));
         }

@@ -8,6 +8,7 @@
 #include "model/operators.hpp"
 #include "numpy/element_types.hpp"
 #include "support/boundary.hpp"
+#include "support/gil.hpp"
 
 namespace nalora {
 
@@ -61,6 +62,7 @@ struct LoopData {
 // keep what they had.
 void loop(char** args, const npy_intp* sizes, const npy_intp* strides, void* context) noexcept {
     const auto& data = *static_cast<const LoopData*>(context);
+    const GilEnsured lock;
     if (PyErr_Occurred() != nullptr) return;
     guarded([&] {
         Operand first(args[0], strides[0], data.first_is_double);

@@ -28,6 +28,14 @@ struct QuadraticItem {
     }
 };
 
+// They mostly come in order.
+void sort_items(std::vector<QuadraticItem>& items) {
+    const auto before = [](const auto& a, const auto& b) { return a.before(b); };
+    if (!std::is_sorted(items.begin(), items.end(), before)) {
+        std::sort(items.begin(), items.end(), before);
+    }
+}
+
 struct Objective {
     double constant = 0.0;
     std::vector<LinearItem> linear;
@@ -98,14 +106,17 @@ Objective read_objective(const ProblemObject* p, PyObject* object) {
             const ExpressionObject* e = as_expression(object);
             check_finite(e->constant);
             objective.constant = e->constant;
-            for (const LinearEntry& entry : e->linear.canonical()) {
+            const auto linear = e->linear.canonical();
+            const auto quadratic = e->quadratic.canonical();
+            objective.linear.reserve(linear.size());
+            objective.quadratic.reserve(quadratic.size());
+            for (const LinearEntry& entry : linear) {
                 add_linear(objective, p, entry.serial, entry.coef);
             }
-            for (const QuadraticEntry& entry : e->quadratic.canonical()) {
+            for (const QuadraticEntry& entry : quadratic) {
                 add_quadratic(objective, p, entry.serial1, entry.serial2, entry.coef);
             }
-            std::sort(objective.quadratic.begin(), objective.quadratic.end(),
-                      [](const auto& a, const auto& b) { return a.before(b); });
+            sort_items(objective.quadratic);
             return objective;
         }
         case Kind::nonlinear:
@@ -138,7 +149,7 @@ std::vector<QuadraticItem> present_quadratic(ProblemObject* p, int32_t columns) 
             items.push_back({column, others[k], values[k]});
         }
     }
-    std::sort(items.begin(), items.end(), [](const auto& a, const auto& b) { return a.before(b); });
+    sort_items(items);
     return items;
 }
 

@@ -62,9 +62,8 @@ void collect(Addition& addition, VariableBatch& batch, PyObject* object) {
     batch.lower.push_back(lower);
     batch.upper.push_back(upper);
     if (var_has_name(v)) {
-        batch.names.add(addition.count(), [v](std::string& buffer) {
-            var_append_name(v, buffer, kMaxNameBytes);
-        });
+        batch.names.add(addition.count(),
+                        [v](std::string& buffer) { var_append_name(v, buffer, kMaxNameBytes); });
     }
     addition.register_next(serial);
 }

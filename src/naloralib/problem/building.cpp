@@ -98,8 +98,8 @@ int BatchNames::load(ProblemObject* p, int type, const Addition& addition) const
     }
     for (const Run& run : runs_) {
         const int first = base + run.first;
-        const int status = NLRAaddnames(p->prob, type, texts_.data() + run.begin, first,
-                                        first + run.count - 1);
+        const int status =
+            NLRAaddnames(p->prob, type, texts_.data() + run.begin, first, first + run.count - 1);
         if (status != 0) return status;
     }
     return 0;

@@ -111,7 +111,9 @@ class BatchNames {
     }
     // `type` as the library has it. Returns the library's status.
     int load(ProblemObject* p, int type, const Addition& addition) const;
-    bool is_small() const noexcept { return texts_.capacity() <= 65536 && runs_.capacity() <= 4096; }
+    bool is_small() const noexcept {
+        return texts_.capacity() <= 65536 && runs_.capacity() <= 4096;
+    }
     void clear() noexcept { texts_.clear(), runs_.clear(); }
 
   private:

@@ -43,7 +43,6 @@ Shape classify(PyObject* object) noexcept {
     raise(model_error(), "Maximum recursion (inclusion) level reached");
 }
 
-
 // An element of an array of objects.
 Ref object_at(const char* data) {
     PyObject* item;
@@ -60,9 +59,8 @@ Ref only_element(PyArrayObject* array) {
 void walk_array(PyObject* object, Leaf leaf, int depth) {
     const int type = PyArray_TYPE(as_array(object));
     if (type == NPY_OBJECT) {
-        for_each_address(object, [&](const char* data) {
-            walk(object_at(data).get(), leaf, depth - 1);
-        });
+        for_each_address(object,
+                         [&](const char* data) { walk(object_at(data).get(), leaf, depth - 1); });
     } else if (holds_objects(type)) {
         for_each_address(object, [&](const char* data) { leaf(object_at(data).get()); });
     } else if (type == NPY_DOUBLE || type == NPY_INT || type == NPY_BOOL) {

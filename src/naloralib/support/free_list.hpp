@@ -1,11 +1,12 @@
-// Recycling of objects of one exact type: made and dropped by the million while a model is built,
-// they go through a short list instead of the interpreter's allocator. Objects of subclasses take
-// the ordinary way. The list is guarded by the interpreter lock.
+// Memory for objects of one exact type: made and dropped by the million while a model is built,
+// they live in slabs instead of the interpreter's allocator. Objects of subclasses take the
+// ordinary way. Guarded by the interpreter lock.
 #pragma once
 
 #include <cstring>
 
 #include "support/ref.hpp"
+#include "support/slab.hpp"
 
 namespace nalora {
 
@@ -15,18 +16,21 @@ class FreeList {
     // A new object whose fields are not set yet; the caller sets every one before anything else.
     static Ref make() {
 #ifndef NALORA_NO_FREELIST
-        if (count_ > 0) return Ref::steal(PyObject_Init(items_[--count_], &Type));
-#endif
+        return take(in_slab());
+#else
         return take(PyObject_New(Object, &Type));
+#endif
     }
 
     // For tp_alloc: a zero-filled object of the type or a subclass.
     static PyObject* allocate(PyTypeObject* type, Py_ssize_t items) noexcept {
 #ifndef NALORA_NO_FREELIST
-        if (type == &Type && count_ > 0) {
-            PyObject* object = items_[--count_];
-            std::memset(static_cast<void*>(object + 1), 0, sizeof(Object) - sizeof(PyObject));
-            return PyObject_Init(object, type);
+        if (type == &Type) {
+            PyObject* object = in_slab();
+            if (object != nullptr) {
+                std::memset(static_cast<void*>(object + 1), 0, sizeof(Object) - sizeof(PyObject));
+            }
+            return object;
         }
 #endif
         return PyType_GenericAlloc(type, items);
@@ -35,18 +39,22 @@ class FreeList {
     // For tp_dealloc, after the fields were released.
     static void recycle(PyObject* object) noexcept {
 #ifndef NALORA_NO_FREELIST
-        if (Py_TYPE(object) == &Type && count_ < kCapacity) {
-            items_[count_++] = object;
+        if (Py_TYPE(object) == &Type) {
+            slab_pool<sizeof(Object)>().deallocate(object);
             return;
         }
 #endif
         Py_TYPE(object)->tp_free(object);
     }
 
+#ifndef NALORA_NO_FREELIST
   private:
-    static constexpr int kCapacity = 256;
-    static inline PyObject* items_[kCapacity];
-    static inline int count_ = 0;
+    static PyObject* in_slab() noexcept {
+        void* memory = slab_pool<sizeof(Object)>().allocate();
+        if (memory == nullptr) return PyErr_NoMemory();
+        return PyObject_Init(static_cast<PyObject*>(memory), &Type);
+    }
+#endif
 };
 
 }  // namespace nalora

@@ -4,6 +4,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <optional>
+
 #include "support/interpreter.hpp"
 #include "support/python.hpp"
 
@@ -34,6 +36,17 @@ class GilHeld {
 
   private:
     PyGILState_STATE state_;
+};
+
+// The same where the lock is mostly held already, which is then found out quickly.
+class GilEnsured {
+  public:
+    GilEnsured() noexcept {
+        if (PyGILState_Check() == 0) lock_.emplace();
+    }
+
+  private:
+    std::optional<GilHeld> lock_;
 };
 
 // Lets other threads run while this one works without touching Python objects.

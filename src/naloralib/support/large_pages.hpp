@@ -1,8 +1,6 @@
-// Vectors that may become very large, for a short time: their memory asks for large pages, as the
-// first touch of every small page costs more than what is written there.
+// Large pieces of memory ask for large pages: the first touch of every small page costs more than
+// what is written there.
 #pragma once
-
-#include <sys/mman.h>
 
 #include <cstddef>
 #include <cstdlib>
@@ -10,6 +8,14 @@
 #include <vector>
 
 namespace nalora {
+
+// Ask for large pages behind what lies in whole ones of this memory; no more than a wish. Returns
+// the memory, which may be null.
+void* request_large_pages(void* memory, std::size_t bytes) noexcept;
+inline void* with_large_pages(void* memory, std::size_t bytes) noexcept {
+    constexpr std::size_t kLarge = std::size_t{1} << 22;
+    return bytes < kLarge || memory == nullptr ? memory : request_large_pages(memory, bytes);
+}
 
 template <class T>
 struct LargePages {
@@ -20,16 +26,10 @@ struct LargePages {
     LargePages(const LargePages<U>&) noexcept {}
 
     T* allocate(std::size_t count) {
-        constexpr std::size_t kPage = std::size_t{1} << 21;
         if (count > static_cast<std::size_t>(-1) / 2 / sizeof(T)) throw std::bad_alloc();
         const std::size_t bytes = count * sizeof(T);
-        void* memory = bytes < 2 * kPage
-                           ? std::malloc(bytes)
-                           : std::aligned_alloc(kPage, (bytes + kPage - 1) / kPage * kPage);
+        void* memory = with_large_pages(std::malloc(bytes), bytes);
         if (memory == nullptr) throw std::bad_alloc();
-#ifdef MADV_HUGEPAGE
-        if (bytes >= 2 * kPage) madvise(memory, bytes, MADV_HUGEPAGE);  // a wish
-#endif
         return static_cast<T*>(memory);
     }
     void deallocate(T* memory, std::size_t /*count*/) noexcept { std::free(memory); }
@@ -40,6 +40,7 @@ struct LargePages {
     }
 };
 
+// Vectors that may become very large, for a short time.
 template <class T>
 using LargeVector = std::vector<T, LargePages<T>>;
 

@@ -1,0 +1,51 @@
+#include "support/slab.hpp"
+
+#include <sys/mman.h>
+
+#include <utility>
+
+#include "support/large_pages.hpp"
+
+namespace nalora {
+
+namespace {
+SlabPool* pools = nullptr;  // those that ever had a chunk
+}
+
+uint64_t SlabPool::live_cells() noexcept {
+    uint64_t total = 0;
+    for (const SlabPool* pool = pools; pool != nullptr; pool = pool->next_pool_) {
+        total += pool->used_;
+    }
+    return total;
+}
+
+SlabPool::Chunk* SlabPool::add_chunk() noexcept {
+    void* memory =
+        mmap(nullptr, 2 * kChunk, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) return nullptr;
+    // Keep the aligned half.
+    const auto begin = reinterpret_cast<uintptr_t>(memory);
+    const uintptr_t aligned = (begin + kChunk - 1) & ~(kChunk - 1);
+    if (aligned > begin) munmap(memory, aligned - begin);
+    munmap(reinterpret_cast<void*>(aligned + kChunk), begin + kChunk - aligned);
+    auto* chunk = reinterpret_cast<Chunk*>(aligned);
+    // Small models take small pages, as many as they touch.
+    if (chunks_++ > 0) request_large_pages(chunk, kChunk);
+    // Cells as aligned as the interpreter's own memory.
+    chunk->fresh = (sizeof(Chunk) + 15) / 16 * 16;
+    link(chunk);
+    ++empty_;
+    if (!std::exchange(known_, true)) next_pool_ = std::exchange(pools, this);
+    return chunk;
+}
+
+void SlabPool::drop_chunk(Chunk* chunk) noexcept {
+    if (++empty_ == 1) return;
+    unlink(chunk);
+    --empty_;
+    --chunks_;
+    munmap(chunk, kChunk);
+}
+
+}  // namespace nalora
