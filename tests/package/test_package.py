@@ -40,15 +40,24 @@ def test_diet_example():
     assert bill == pytest.approx(39.66, abs=0.02)
 
 
-@pytest.mark.parametrize("example", ["knapsack.py", "portfolio.py"])
+def test_transport_example():
+    output = python(ROOT / "examples" / "transport.py")
+    assert "cost 153.675 thousand dollars" in output
+
+
+@pytest.mark.parametrize("example", ["knapsack.py", "portfolio.py", "blend_pandas.py"])
 def test_other_examples_run(example):
+    if "pandas" in example:
+        pytest.importorskip("pandas")
     assert python(ROOT / "examples" / example)
 
 
-def test_readme_example_prints_what_it_says():
+def test_readme_examples_print_what_they_say():
     text = (ROOT / "README.md").read_text(encoding="utf-8")
-    code, printed = re.search(r"```python\n(.*?)```\s*```text\n(.*?)```", text, re.DOTALL).groups()
-    assert python("-c", code) == printed
+    examples = re.findall(r"```python\n(.*?)```\s*```text\n(.*?)```", text, re.DOTALL)
+    assert len(examples) == 2
+    for code, printed in examples:
+        assert python("-c", code) == printed
 
 
 LOAD_OTHER_COPIES = """
