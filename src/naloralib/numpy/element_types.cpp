@@ -51,7 +51,7 @@ void copy_swap_n(void* to, npy_intp to_stride, void* from, npy_intp from_stride,
     const auto* source = static_cast<const char*>(from);
     for (; n > 0; --n, target += to_stride, source += from_stride) {
         PyObject* object;
-        std::memcpy(&object, source, sizeof object);
+        std::memcpy(&object, source, sizeof(void*));
         set_element(target, Ref::borrow(object));
     }
 }

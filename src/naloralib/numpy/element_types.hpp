@@ -41,16 +41,16 @@ inline bool holds_objects(int number) noexcept {
 // unaligned (a field of a structured array).
 inline PyObject* element_object(const char* element) noexcept {
     PyObject* object;
-    std::memcpy(&object, element, sizeof object);
+    std::memcpy(&object, element, sizeof(void*));
     return object != nullptr ? object : Py_None;
 }
 
 // Put an object into an element, which owns it from now on. What was there is released last.
 inline void set_element(char* element, Ref object) noexcept {
     PyObject* old;
-    std::memcpy(&old, element, sizeof old);
+    std::memcpy(&old, element, sizeof(void*));
     PyObject* stored = object.release();
-    std::memcpy(element, &stored, sizeof stored);
+    std::memcpy(element, &stored, sizeof(void*));
     Py_XDECREF(old);
 }
 

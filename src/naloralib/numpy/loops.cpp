@@ -2,6 +2,8 @@
 #include "numpy/loops.hpp"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <iterator>
 
 #include "model/operands.hpp"
@@ -30,11 +32,11 @@ class Operand {
     // operation may run code that overwrites the element.
     PyObject* next() {
         if (is_double_) {
-            double value;
-            std::memcpy(&value, data_, sizeof value);
-            if (!object_ || std::memcmp(&value, &value_, sizeof value) != 0) {
-                object_ = take(PyFloat_FromDouble(value));
-                value_ = value;
+            uint64_t bits;  // zeros and NaNs differ by their bits only
+            std::memcpy(&bits, data_, sizeof bits);
+            if (!object_ || bits != bits_) {
+                object_ = take(PyFloat_FromDouble(std::bit_cast<double>(bits)));
+                bits_ = bits;
             }
         } else {
             object_ = Ref::borrow(element_object(data_));
@@ -47,7 +49,7 @@ class Operand {
     char* data_;
     npy_intp stride_;
     bool is_double_;
-    double value_ = 0.0;
+    uint64_t bits_ = 0;
     Ref object_;
 };
 

@@ -46,7 +46,7 @@ Shape classify(PyObject* object) noexcept {
 // An element of an array of objects.
 Ref object_at(const char* data) {
     PyObject* item;
-    std::memcpy(&item, data, sizeof item);  // a field of a structured array may lie unaligned
+    std::memcpy(&item, data, sizeof(void*));  // a field of a structured array may lie unaligned
     if (item == nullptr) raise_null_object();
     return Ref::borrow(item);
 }
@@ -149,15 +149,12 @@ constexpr Py_ssize_t kMostExpected = Py_ssize_t{1} << 24;
 std::size_t leaf_count(std::span<PyObject* const> objects) noexcept {
     Py_ssize_t count = 0;
     for (PyObject* object : objects) {
-        if (is_plain_leaf(object)) {
-            ++count;
-        } else if (PyArray_Check(object)) {
-            count += PyArray_SIZE(as_array(object));
-        } else if (PyList_Check(object) || PyTuple_Check(object)) {
-            count += PySequence_Fast_GET_SIZE(object);
-        } else {
-            ++count;
+        Py_ssize_t leaves = 1;
+        if (PyArray_Check(object)) leaves = PyArray_SIZE(as_array(object));
+        if (PyList_Check(object) || PyTuple_Check(object)) {
+            leaves = PySequence_Fast_GET_SIZE(object);
         }
+        count += leaves;
     }
     // Arrays may be larger than memory, and be refused at their second element.
     return static_cast<std::size_t>(std::min<Py_ssize_t>(count, kMostExpected));

@@ -25,11 +25,11 @@ SlabPool::Chunk* SlabPool::add_chunk() noexcept {
         mmap(nullptr, 2 * kChunk, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) return nullptr;
     // Keep the aligned half.
-    const auto begin = reinterpret_cast<uintptr_t>(memory);
-    const uintptr_t aligned = (begin + kChunk - 1) & ~(kChunk - 1);
-    if (aligned > begin) munmap(memory, aligned - begin);
-    munmap(reinterpret_cast<void*>(aligned + kChunk), begin + kChunk - aligned);
-    auto* chunk = reinterpret_cast<Chunk*>(aligned);
+    auto* begin = static_cast<char*>(memory);
+    const uintptr_t before = (kChunk - offset_in_chunk(begin)) & (kChunk - 1);
+    if (before > 0) munmap(begin, before);
+    munmap(begin + before + kChunk, kChunk - before);
+    auto* chunk = reinterpret_cast<Chunk*>(begin + before);
     // Small models take small pages, as many as they touch.
     if (chunks_++ > 0) request_large_pages(chunk, kChunk);
     // Cells as aligned as the interpreter's own memory.

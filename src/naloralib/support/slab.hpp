@@ -37,7 +37,7 @@ class SlabPool {
     }
 
     void deallocate(void* cell) noexcept {
-        auto* chunk = reinterpret_cast<Chunk*>(reinterpret_cast<uintptr_t>(cell) & ~(kChunk - 1));
+        auto* chunk = reinterpret_cast<Chunk*>(static_cast<char*>(cell) - offset_in_chunk(cell));
         const bool was_full = is_full(chunk);
         *static_cast<void**>(cell) = chunk->free;
         chunk->free = cell;
@@ -62,6 +62,9 @@ class SlabPool {
         uint32_t fresh;          // where the memory begins that was never handed out
     };
 
+    static uintptr_t offset_in_chunk(const void* cell) noexcept {
+        return reinterpret_cast<uintptr_t>(cell) & (kChunk - 1);
+    }
     bool is_full(const Chunk* chunk) const noexcept {
         return chunk->free == nullptr && chunk->fresh + size_ > kChunk;
     }
