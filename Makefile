@@ -98,7 +98,7 @@ sanitize: compiler $(SANITIZED)/build.ninja $(TOOLS)
 	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	    ctest --test-dir $(SANITIZED) --output-on-failure
 	@LD_PRELOAD="$(call compiler_file,libasan.so) $(call compiler_file,libstdc++.so)" \
-	    ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 PYTHONMALLOC=malloc \
+	    ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1 UBSAN_OPTIONS=print_stacktrace=1 PYTHONMALLOC=malloc \
 	    PYTHONPATH=$(CURDIR)/$(SANITIZED)/python $(BIN)/python -m pytest $(ARGS)
 
 CXX_FILES = $(shell find engine src tests -name '*.cpp' -o -name '*.hpp' -o -name '*.h' -o -name '*.c')
