@@ -55,7 +55,10 @@ int NSLPcopyprob(NSLPprob dest, NSLPprob source, const char* name) {
     return call(dest, __func__, Access::kChange, [&](nslp_problem& to) {
         require_usable(source);
         const bool named = name != nullptr && *name != '\0';
+        const Hold hold(*source->base, Access::kShare);
+        nslp_problem::Result result = source->result;
         to.name = named ? std::string(name) : source->name;
+        to.result = std::move(result);
     });
 }
 

@@ -7,6 +7,7 @@
 #include "api/last_error.hpp"
 #include "nslp.h"
 #include "params/params.hpp"
+#include "search/solution.hpp"
 
 struct nslp_problem {
     explicit nslp_problem(nlra_problem& beneath);
@@ -17,4 +18,13 @@ struct nslp_problem {
     std::string name;
     NSLPmessagecb message_callback = nullptr;
     void* message_data = nullptr;
+
+    // Of the last nonlinear solve, for attributes.
+    struct Result {
+        int status = 0;  // NSLP_STATUS
+        int stop = 0;    // NLRA_STOP_...
+        long iterations = 0;
+        nlra::Solution solution;
+    };
+    Result result;
 };

@@ -16,6 +16,7 @@ void nlra_problem::drop_solutions() {
     lp_solution.clear();
     mip_solution.clear();
     info = nlra::SolveInfo();
+    for (nslp_problem* above : nonlinear) above->result = {};
 }
 
 using namespace nlra;

@@ -7,26 +7,10 @@
 #include "api/boundary.hpp"
 #include "api/checks.hpp"
 #include "search/optimize.hpp"
+#include "search/solving.hpp"
 
 namespace nlra {
 namespace {
-
-// Marks the problem as being solved, which is what interrupts go by.
-class Solving {
-  public:
-    explicit Solving(nlra_problem& problem) : problem_(problem) {
-        // Other threads may read the model during the solve: nothing is left to be merged then.
-        problem.model.matrix.merge();
-        problem.stop_request.store(NLRA_STOP_NONE);
-        problem.solving.store(true);
-    }
-    ~Solving() { problem_.solving.store(false); }
-    Solving(const Solving&) = delete;
-    Solving& operator=(const Solving&) = delete;
-
-  private:
-    nlra_problem& problem_;
-};
 
 int optimize(NLRAprob prob, const char* function, const char* flags, const char* known,
              void (*solve)(nlra_problem&, const char*)) {
@@ -37,7 +21,12 @@ int optimize(NLRAprob prob, const char* function, const char* flags, const char*
             fail(NLRA_ERROR_ARGUMENT, "flags: '%c' (code %d) is not one of %s", *unknown,
                  static_cast<unsigned char>(*unknown), known);
         }
+        if (!problem.model.formulas.empty()) {
+            fail(NLRA_ERROR_UNSUPPORTED,
+                 "the problem has nonlinear formulas, which only the nonlinear solver takes");
+        }
         const Solving solving(problem);
+        for (nslp_problem* above : problem.nonlinear) above->result = {};
         solve(problem, wanted);
     });
 }

@@ -120,6 +120,9 @@ void read_model(Model& model, const std::string& filename, const std::string& op
 
 void write_model(const Model& model, const std::string& filename, const std::string& options) {
     const Choice choice = choose(filename, options);
+    if (!model.formulas.empty()) {
+        fail(NLRA_ERROR_UNSUPPORTED, "MPS and LP files cannot hold nonlinear formulas");
+    }
     FileOutput output(filename, choice.compressed);
     if (choice.format == Format::kLp) {
         write_lp(model, output);

@@ -15,10 +15,12 @@ typedef struct nslp_problem* NSLPprob;
 
 /* Identifiers that the modeling layer relies on. */
 enum {
-    NSLP_ROWS = 11999,   /* rows, those of nonlinear formulas included */
-    NSLP_COLS = 12000,   /* columns */
-    NSLP_STATUS = 12044, /* nlp_... status of the last nonlinear solve, 0 before one */
-    NSLP_OBJVAL = 12179, /* objective value of the last nonlinear solve */
+    NSLP_ROWS = 11999,          /* rows, those of nonlinear formulas included */
+    NSLP_COLS = 12000,          /* columns */
+    NSLP_STATUS = 12044,        /* nlp_... status of the last nonlinear solve, 0 before one */
+    NSLP_OBJVAL = 12179,        /* objective value of the last nonlinear solve */
+    NSLP_NONLINEARROWS = 12601, /* rows with nonlinear formulas */
+    NSLP_NONLINEAROBJ = 12604,  /* 1 if the objective has a nonlinear formula */
     NSLP_THREADS = 12415 /* integer control: threads for evaluating, 0: the library decides */
 };
 
@@ -53,6 +55,62 @@ NLRA_API int NSLPgetKTRcalist(NSLPprob prob, const NLRAcalistentry** list, int* 
 /* Identifier and code of a name, both 0 for an unknown one. Code bits: 1 integer, 2 floating
  * point, 4 string, 16 control (else attribute), 0x200 internal: not for modeling layers. */
 NLRA_API int NSLPcontrolcode(NSLPprob prob, const char* name, int* id, int* code);
+
+/* ---- Formulas ---------------------------------------------------------------------------------
+ * A formula is a sequence of tokens in postfix order, each a type and a value, ended by a token of
+ * type NSLP_TOKEN_END. The arguments of a function stand between a token NSLP_TOKEN_ARGUMENTS and
+ * the function's own, with NSLP_TOKEN_COMMA between one and the next. */
+enum {
+    NSLP_TOKEN_END = 0,
+    NSLP_TOKEN_CONSTANT = 1,      /* the value */
+    NSLP_TOKEN_COLUMN = 10,       /* index of the column */
+    NSLP_TOKEN_USERFUNCTION = 11, /* index of the user function */
+    NSLP_TOKEN_FUNCTION = 12,     /* NSLP_FUNCTION_... */
+    NSLP_TOKEN_ARGUMENTS = 21,
+    NSLP_TOKEN_COMMA = 22,
+    NSLP_TOKEN_OPERATOR = 31 /* NSLP_OPERATOR_... */
+};
+enum {
+    NSLP_OPERATOR_NEGATE = 1,
+    NSLP_OPERATOR_POWER = 2,
+    NSLP_OPERATOR_MULTIPLY = 3,
+    NSLP_OPERATOR_DIVIDE = 4,
+    NSLP_OPERATOR_PLUS = 5,
+    NSLP_OPERATOR_MINUS = 6
+};
+
+/* Add n coefficients: factor[i] times column colindex[i] (-1: times 1) times the formula that
+ * begins at token fstart[i] is added to row rowindex[i], or to the objective where that is -1. A
+ * null colindex stands for -1s, a null factor for 1s. parsed must be 1. The formulas are checked
+ * as a whole before anything changes. */
+NLRA_API int NSLPaddcoefs(NSLPprob prob, int n, const int* rowindex, const int* colindex,
+                          const double* factor, const int* fstart, int parsed, const int* type,
+                          const double* value);
+/* Remove all coefficients of the rows given, -1 standing for the objective. */
+NLRA_API int NSLPdelcoefs(NSLPprob prob, int n, const int* rowindex);
+/* Put one formula in place of all that a row has, or the objective (-1). Null types: none. */
+NLRA_API int NSLPchgformula(NSLPprob prob, int rowindex, const int* type, const double* value);
+
+/* A user function computes *value, and where derivatives is not null the partial derivatives by
+ * its n arguments (only asked for if it was added with derivatives). Called on the thread that
+ * solves; another result than 0 ends the solve. */
+typedef int (*NSLPuserfunction)(void* object, const double* args, int n, double* value,
+                                double* derivatives);
+/* *index is what NSLP_TOKEN_USERFUNCTION tokens hold. */
+NLRA_API int NSLPadduserfunction(NSLPprob prob, const char* name, NSLPuserfunction function,
+                                 void* object, int arguments, int derivatives, int* index);
+NLRA_API int NSLPgetuserfuncobject(NSLPprob prob, int index, void** object);
+
+/* Starting values of columns; the next solve begins there, as far as the bounds allow. */
+NLRA_API int NSLPsetinitialvalues(NSLPprob prob, int n, const int* colindex, const double* value);
+
+/* ---- Solving ----------------------------------------------------------------------------------
+ * Solve the problem with its formulas by an interior point method. No flag has a meaning yet but
+ * "g", which allows columns that are not continuous. A return of 0 means that the solve ended in
+ * an orderly way; NSLP_STATUS tells the outcome. */
+NLRA_API int NSLPnlpoptimize(NSLPprob prob, const char* flags);
+/* As NLRAgetlpsol, of the last nonlinear solve. */
+NLRA_API int NSLPgetslpsol(NSLPprob prob, double* x, double* slack, double* dual, double* dj);
 
 #ifdef __cplusplus
 }

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "store/formulas.hpp"
 #include "store/matrix.hpp"
 #include "store/names.hpp"
 
@@ -90,6 +91,7 @@ class Model {
     std::map<int, std::vector<QuadTerm>> qrows;  // row to its terms, sorted likewise, none empty
     std::vector<Set> sets;
     std::map<int, Indicator> indicators;  // by row
+    Formulas formulas;
 
     Names colnames{'C'}, rownames{'R'}, setnames{'S'};
     mutable Edits edits;

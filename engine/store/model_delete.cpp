@@ -97,6 +97,7 @@ void Model::delete_rows(const std::vector<int>& sorted) {
     compact(range, map);
     compact(qrows, map);
     compact(indicators, map);
+    compact(formulas.rows, map);
     rownames.compact(map);
 }
 
@@ -123,6 +124,7 @@ void Model::delete_cols(const std::vector<int>& sorted) {
         row = row->second.empty() ? qrows.erase(row) : std::next(row);
     }
     for (Set& set : sets) compact_set(set, map);
+    formulas.renumber_columns(map);
     for (auto& [row, indicator] : indicators) indicator.col = map[indicator.col];
 }
 

@@ -16,9 +16,10 @@ from nalora import naloralib
 TYPES = ["var", "sos", "constraint", "problem", "branchobj", "poolcut"]
 EXCEPTIONS = ["ModelError", "InterfaceError", "SolverError"]
 FUNCTION_WORDS = """
-    Sum Prod Dot getlasterror getversion getcheckedmode setcheckedmode setdefaultcontrol setdefaults
+    Sum Prod Dot sin cos tan asin acos atan exp log log10 abs sqrt sign erf erfc max min user
+    getlasterror getversion getcheckedmode setcheckedmode setdefaultcontrol setdefaults
     addcbmsghandler removecbmsghandler getbanner init free vars setarchconsistency evaluate
-    getOutputEnabled setOutputEnabled
+    pwl And Or getOutputEnabled setOutputEnabled
 """
 FUNCTIONS = FUNCTION_WORDS.split()
 CONSTANT_WORDS = """

@@ -233,6 +233,12 @@ def test_rows_follow_from_bounds_and_bodies(tmp_path):
     }
 
 
+def deep(x):
+    for _ in range(70):
+        x = abs(x)
+    return x
+
+
 @pytest.mark.parametrize(
     ("make", "text"),
     [
@@ -248,7 +254,8 @@ def test_rows_follow_from_bounds_and_bodies(tmp_path):
             lambda x, y: x * y,
             "Variable in quadratic term defining constraint has not been added to",
         ),
-        (lambda x, y: x + abs(x) * x <= 1, "Nonlinear constraints cannot be loaded by this versio"),
+        (lambda x, y: x + abs(y) <= 1, "Variable in nonlinear part of constraint has not been add"),
+        (lambda x, y: deep(x) <= 1, "The expression tree depth reached the maximum limit"),
         (lambda x, y: x >= NAN, "Invalid constraint: a bound is not a number"),
         (lambda x, y: "contradiction", "Constraint defined infeasible: lower bound > upper bound"),
         (lambda x, y: "a\0b", "Invalid constraint name"),
@@ -410,7 +417,7 @@ def test_objectives_that_are_refused(tmp_path):
         ([x], "Invalid object set as objective"),
         (x >= 1, "Invalid object set as objective"),
         (np.array([x, x]), "Only one objective can be set, passed a sequence or NumPy array"),
-        (abs(x), "Nonlinear objectives cannot be loaded by this version"),
+        (abs(y), "Variable in nonlinear part of constraint has not been added to problem yet"),
         (y, "Variable in linear part of objective has not been added to problem yet"),
         (x + y * x, "Variable in quadratic part of objective has not been added to problem yet"),
         (x + NAN * x * x, "Invalid objective: a coefficient is not a finite number"),

@@ -217,6 +217,7 @@ std::span<const PyMethodDef> problem_mirror_methods() {
         std::vector<PyMethodDef> all;
         append_model_methods(all);
         append_solution_methods(all);
+        append_nonlinear_methods(all);
         return all;
     }();
     return definitions;

@@ -176,5 +176,6 @@ void append_methods(std::vector<PyMethodDef>& definitions) {
 // The tables, one function a file.
 void append_model_methods(std::vector<PyMethodDef>& definitions);
 void append_solution_methods(std::vector<PyMethodDef>& definitions);
+void append_nonlinear_methods(std::vector<PyMethodDef>& definitions);
 
 }  // namespace nalora

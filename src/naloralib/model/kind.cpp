@@ -27,17 +27,29 @@ double number_value(PyObject* o) {
     return static_cast<double>(PyArrayScalar_VAL(o, LongLong));
 }
 
-Kind kind_of(PyObject* o) noexcept {
-    if (PyLong_Check(o) || PyFloat_Check(o)) return Kind::number;
-    const auto is = [type = Py_TYPE(o)](PyTypeObject& base) {
-        return type == &base || PyType_IsSubtype(type, &base) != 0;
-    };
+namespace {
+
+template <class Is>
+Kind modeling_kind(PyObject* o, Is is) noexcept {
     if (is(ExpressionType)) return Kind::expression;
     if (is(LintermType)) return as_linterm(o)->var != nullptr ? Kind::linterm : Kind::invalid;
     if (is(VarType)) return var_serial(as_var(o)) != 0 ? Kind::var : Kind::invalid;
     if (is(NonlinearType)) return Kind::nonlinear;
     if (is(QuadtermType)) return as_quadterm(o)->var1 != nullptr ? Kind::quadterm : Kind::invalid;
-    return is_number(o) ? Kind::number : Kind::invalid;
+    return Kind::invalid;
+}
+
+}  // namespace
+
+// Subclasses come last: each test for one is a walk through the bases.
+Kind kind_of(PyObject* o) noexcept {
+    if (PyLong_Check(o) || PyFloat_Check(o)) return Kind::number;
+    const PyTypeObject* type = Py_TYPE(o);
+    const Kind kind = modeling_kind(o, [=](PyTypeObject& base) { return type == &base; });
+    if (kind != Kind::invalid) return kind;
+    if (is_number(o)) return Kind::number;
+    return modeling_kind(
+        o, [=](PyTypeObject& base) { return PyType_IsSubtype(Py_TYPE(o), &base) != 0; });
 }
 
 Kind require_kind(PyObject* o) {

@@ -63,9 +63,10 @@ PyMethodDef module_functions[kMaxFunctions + 1];
 void join_functions() {
     std::size_t n = 0;
     for (auto part :
-         {aggregate_functions, dot_functions, library_functions, control_functions,
-          handler_functions, environment_functions, variable_functions, architecture_functions,
-          evaluation_functions, output_functions, memory_functions}) {
+         {aggregate_functions, dot_functions, unary_functions, nary_functions, library_functions,
+          control_functions, handler_functions, environment_functions, variable_functions,
+          architecture_functions, evaluation_functions, pwl_functions, logic_functions,
+          output_functions, memory_functions, formula_functions}) {
         for (const PyMethodDef& function : part()) {
             if (n == kMaxFunctions) raise(PyExc_RuntimeError, "too many module functions");
             module_functions[n++] = function;

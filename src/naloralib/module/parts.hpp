@@ -16,6 +16,8 @@ extern PyTypeObject VarType, SosType, ExpressionType, ConstraintType, ControlTyp
 // Module functions of each part (no sentinel row), in the order in which the module lists them.
 std::span<const PyMethodDef> aggregate_functions();     // Sum, Prod
 std::span<const PyMethodDef> dot_functions();           // Dot
+std::span<const PyMethodDef> unary_functions();         // sin, ..., erfc
+std::span<const PyMethodDef> nary_functions();          // max, min, user
 std::span<const PyMethodDef> library_functions();       // getlasterror, ..., setcheckedmode
 std::span<const PyMethodDef> control_functions();       // setdefaultcontrol, setdefaults
 std::span<const PyMethodDef> handler_functions();       // addcbmsghandler, removecbmsghandler
@@ -23,8 +25,11 @@ std::span<const PyMethodDef> environment_functions();   // getbanner, init, free
 std::span<const PyMethodDef> variable_functions();      // vars
 std::span<const PyMethodDef> architecture_functions();  // setarchconsistency
 std::span<const PyMethodDef> evaluation_functions();    // evaluate
-std::span<const PyMethodDef> memory_functions();        // _live_cells, for tests
+std::span<const PyMethodDef> pwl_functions();           // pwl
+std::span<const PyMethodDef> logic_functions();         // And, Or
 std::span<const PyMethodDef> output_functions();        // getOutputEnabled, setOutputEnabled
+std::span<const PyMethodDef> memory_functions();        // _live_cells, for tests
+std::span<const PyMethodDef> formula_functions();       // _formula, for tests
 
 // Problem methods of each part (no sentinel row); problem/type.cpp joins them.
 std::span<const PyMethodDef> problem_lookup_methods();   // getVariable, ..., reset, copy, name

@@ -8,6 +8,7 @@
 
 #include "model/operands.hpp"
 #include "model/operators.hpp"
+#include "nonlinear/functions.hpp"
 #include "numpy/element_types.hpp"
 #include "support/boundary.hpp"
 #include "support/gil.hpp"
@@ -89,12 +90,16 @@ struct FunctionRow {
     ElementType result;
 };
 
-template <int Op>
+template <int Code>
 Ref compare_with(PyObject* a, PyObject* b) {
-    return compare(a, b, Op);
+    return compare(a, b, Code);
 }
 Ref square(PyObject* a) { return multiply(a, a); }
 Ref itself(PyObject* a) { return Ref::borrow(a); }
+template <Op O>
+Ref function_of(PyObject* a) {
+    return apply_unary(O, a);
+}
 
 constexpr ElementType kExpressions = ElementType::expression;
 constexpr ElementType kConstraints = ElementType::constraint;
@@ -115,6 +120,17 @@ constexpr FunctionRow kFunctions[] = {
     {"absolute", absolute, nullptr, kExpressions},
     {"bitwise_and", nullptr, logical_and, kExpressions},
     {"bitwise_or", nullptr, logical_or, kExpressions},
+    {"sin", function_of<Op::sin>, nullptr, kExpressions},
+    {"cos", function_of<Op::cos>, nullptr, kExpressions},
+    {"tan", function_of<Op::tan>, nullptr, kExpressions},
+    {"arcsin", function_of<Op::asin>, nullptr, kExpressions},
+    {"arccos", function_of<Op::acos>, nullptr, kExpressions},
+    {"arctan", function_of<Op::atan>, nullptr, kExpressions},
+    {"exp", function_of<Op::exp>, nullptr, kExpressions},
+    {"log", function_of<Op::log>, nullptr, kExpressions},
+    {"log10", function_of<Op::log10>, nullptr, kExpressions},
+    {"sqrt", function_of<Op::sqrt>, nullptr, kExpressions},
+    {"sign", function_of<Op::sign>, nullptr, kExpressions},
 };
 constexpr std::size_t kFunctionCount = std::size(kFunctions);
 

@@ -4,6 +4,7 @@
 
 #include "model/operands.hpp"
 #include "problem/building.hpp"
+#include "problem/user_functions.hpp"
 #include "problem/walker.hpp"
 
 namespace nalora {
@@ -25,6 +26,9 @@ struct ConstraintBatch {
     std::vector<int64_t> quadratic_ends;
     std::vector<int32_t> quadratic_columns1, quadratic_columns2;
     std::vector<double> quadratic_coefs;
+    // Rows with a formula, and where each one's begins.
+    std::vector<int32_t> formula_rows, formula_starts;
+    FormulaTokens formulas;
 
     void expect(std::size_t rows) {
         expected_rows = rows;
@@ -53,6 +57,7 @@ struct ConstraintBatch {
         columns.clear(), coefs.clear(), names.clear();
         quadratic_rows.clear(), quadratic_ends.clear();
         quadratic_columns1.clear(), quadratic_columns2.clear(), quadratic_coefs.clear();
+        formula_rows.clear(), formula_starts.clear(), formulas.cut(0);
         return small;
     }
 };
@@ -166,8 +171,17 @@ void append_bounds(ConstraintBatch& batch, double lower, double upper, double rh
     batch.rhs.push_back(rhs);
 }
 
-void collect(Addition& addition, ConstraintBatch& batch, const IndexMap& columns,
-             PyObject* object) {
+void collect_formula(ProblemObject* p, ConstraintBatch& batch, int32_t row, PyObject* body) {
+    require_nonlinear_solver(p);
+    batch.formula_rows.push_back(row);
+    batch.formula_starts.push_back(static_cast<int32_t>(batch.formulas.size()));
+    append_formula(batch.formulas, body, *p->variable_index,
+                   [p](PyObject* callable, bool derivatives, std::size_t arguments) {
+                       return register_user_function(p, callable, derivatives, arguments);
+                   });
+}
+
+void collect(ProblemObject* p, Addition& addition, ConstraintBatch& batch, PyObject* object) {
     if (!is_constraint(object) || as_constraint(object)->body == nullptr) {
         raise(model_error(), "Invalid constraint");
     }
@@ -177,12 +191,6 @@ void collect(Addition& addition, ConstraintBatch& batch, const IndexMap& columns
         raise(model_error(), "Constraint already added to problem");
     }
     const Kind kind = operand_kind(c->body);
-    if (kind == Kind::nonlinear) {
-        raise(model_error(),
-              "Nonlinear constraints cannot be loaded by this version: constraint %S has a "
-              "nonlinear expression in its body",
-              object);
-    }
     addition.append(object);
     if (constraint_has_name(c)) {
         batch.names.add(addition.count(), [c](std::string& buffer) {
@@ -190,7 +198,12 @@ void collect(Addition& addition, ConstraintBatch& batch, const IndexMap& columns
         });
     }
     batch.starts.push_back(static_cast<int64_t>(batch.columns.size()));
-    const double rhs = BodyReader(columns, batch).read(c->body, kind);
+    double rhs = 0.0;
+    if (kind == Kind::nonlinear) {
+        collect_formula(p, batch, addition.count(), c->body);
+    } else {
+        rhs = BodyReader(*p->variable_index, batch).read(c->body, kind);
+    }
     if (const auto end = static_cast<int64_t>(batch.quadratic_coefs.size());
         end > (batch.quadratic_ends.empty() ? 0 : batch.quadratic_ends.back())) {
         batch.quadratic_rows.push_back(addition.count());
@@ -211,6 +224,13 @@ int load_details(ProblemObject* p, const Addition& addition, const ConstraintBat
                                   batch.quadratic_columns2.data() + begin,
                                   batch.quadratic_coefs.data() + begin);
         begin = end;
+    }
+    if (status == 0 && !batch.formula_rows.empty()) {
+        std::vector<int32_t> rows = batch.formula_rows;
+        for (int32_t& row : rows) row += first;
+        status = NSLPaddcoefs(p->nonlinear, static_cast<int>(rows.size()), rows.data(), nullptr,
+                              nullptr, batch.formula_starts.data(), 1, types_of(batch.formulas),
+                              batch.formulas.values.data());
     }
     return status;
 }
@@ -252,7 +272,7 @@ void add_constraints(ProblemObject* p, std::span<PyObject* const> objects) {
     Addition addition(p, kConstraints, batch->serials);
     if (const std::size_t count = leaf_count(objects); count > 1) batch->expect(count);
     for (PyObject* object : objects) {
-        walk(object, [&](PyObject* leaf) { collect(addition, *batch, *p->variable_index, leaf); });
+        walk(object, [&](PyObject* leaf) { collect(p, addition, *batch, leaf); });
     }
     if (addition.count() == 0) return;
     addition.finish_collection();
@@ -266,7 +286,7 @@ void add_indicator_rows(ProblemObject* p, std::span<const Indicator> indicators)
     Scratch<ConstraintBatch> batch;
     Addition addition(p, kConstraints, batch->serials);
     for (const Indicator& indicator : indicators) {
-        collect(addition, *batch, *p->variable_index, indicator.constraint);
+        collect(p, addition, *batch, indicator.constraint);
     }
     if (addition.count() == 0) return;
     addition.finish_collection();

@@ -4,6 +4,7 @@
 
 #include "module/state.hpp"
 #include "problem/building.hpp"
+#include "problem/user_functions.hpp"
 #include "support/numpy.hpp"
 
 namespace nalora {
@@ -40,6 +41,7 @@ struct Objective {
     double constant = 0.0;
     std::vector<LinearItem> linear;
     std::vector<QuadraticItem> quadratic;
+    FormulaTokens formula;  // empty for none
 };
 
 // Replace one-element arrays by their element.
@@ -84,7 +86,7 @@ void add_quadratic(Objective& objective, const ProblemObject* p, uint64_t serial
                                    column1 == column2 ? 2.0 * coef : coef});
 }
 
-Objective read_objective(const ProblemObject* p, PyObject* object) {
+Objective read_objective(ProblemObject* p, PyObject* object) {
     Objective objective;
     switch (kind_of(object)) {
         case Kind::var:
@@ -120,9 +122,12 @@ Objective read_objective(const ProblemObject* p, PyObject* object) {
             return objective;
         }
         case Kind::nonlinear:
-            raise(model_error(),
-                  "Nonlinear objectives cannot be loaded by this version: the objective contains "
-                  "a nonlinear expression");
+            require_nonlinear_solver(p);
+            append_formula(objective.formula, object, *p->variable_index,
+                           [p](PyObject* callable, bool derivatives, std::size_t arguments) {
+                               return register_user_function(p, callable, derivatives, arguments);
+                           });
+            return objective;
         default:
             break;
     }
@@ -196,6 +201,15 @@ int change_linear(ProblemObject* p, const std::vector<double>& present,
     return NLRAchgobj(p->prob, static_cast<int>(columns.size()), columns.data(), values.data());
 }
 
+// A new formula is refused, if at all, before anything has changed.
+void change_formula(ProblemObject* p, const FormulaTokens& formula) {
+    if (formula.size() == 0 && !is_nonlinear(p)) return;
+    const bool none = formula.size() == 0;
+    check_change(NSLPchgformula(p->nonlinear, -1, none ? nullptr : types_of(formula),
+                                none ? nullptr : formula.values.data()),
+                 p);
+}
+
 }  // namespace
 
 void set_objective(ProblemObject* p, PyObject* objective, const int* sense) {
@@ -211,6 +225,7 @@ void set_objective(ProblemObject* p, PyObject* objective, const int* sense) {
         check_library(NLRAgetobj(p->prob, present.data(), 0, columns - 1), as_object(p));
     }
     const std::vector<QuadraticItem> old_quadratic = present_quadratic(p, columns);
+    change_formula(p, target.formula);
     check_change(change_quadratic(p, old_quadratic, target.quadratic), p);
     if (change_linear(p, present, target) != 0) {
         set_library_error(as_object(p));

@@ -191,10 +191,6 @@ void exchange(ProblemObject* p, Contents& contents) noexcept {
     swap_index(p->variable_index, contents.variable_index);
     swap_index(p->constraint_index, contents.constraint_index);
     swap_index(p->set_index, contents.set_index);
-    p->transfer_row = -1;
-    p->transfer_column = -1;
-    p->nonlinear_batches = 0;
-    p->nonlinear_objective = 0;
 }
 
 // The library holds a new model that Python has no objects for: both sides become empty.

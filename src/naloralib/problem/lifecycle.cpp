@@ -19,8 +19,6 @@ constexpr IndexMap* ProblemObject::*kMaps[] = {
 Ref allocate(PyTypeObject* type) {
     Ref object = take(type->tp_alloc(type, 0));
     ProblemObject* p = object.as<ProblemObject>();
-    p->transfer_row = -1;
-    p->transfer_column = -1;
     // The module outlives its problems.
     p->module = Ref::borrow(state().module).release();
     return object;
@@ -37,10 +35,6 @@ void replace_lists(ProblemObject* p, Lists& lists) {
 }
 
 void clear_fields(ProblemObject* p) noexcept {
-    p->transfer_row = -1;
-    p->transfer_column = -1;
-    p->nonlinear_batches = 0;
-    p->nonlinear_objective = 0;
     assign_field(p->user_functions, Ref());
     for (PyObject*& slot : p->callbacks) assign_field(slot, Ref());
 }
@@ -280,10 +274,6 @@ Ref copy_problem(ProblemObject* p) {
 
     assign_field(copy->controls, new_control_accessor(copy));
     assign_field(copy->attributes, new_attribute_accessor(copy));
-    copy->transfer_row = p->transfer_row;
-    copy->transfer_column = p->transfer_column;
-    copy->nonlinear_batches = p->nonlinear_batches;
-    copy->nonlinear_objective = p->nonlinear_objective;
     if (p->user_functions != nullptr) {
         assign_field(copy->user_functions, take(PyDict_Copy(p->user_functions)));
     }

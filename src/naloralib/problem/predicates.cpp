@@ -9,8 +9,20 @@ int32_t int_attribute(ProblemObject* p, int id) {
     return value;
 }
 
+namespace {
+
+int32_t nonlinear_attribute(ProblemObject* p, int id) {
+    int value = 0;
+    check_library(NSLPgetintattrib(p->nonlinear, id, &value), as_object(p));
+    return value;
+}
+
+}  // namespace
+
 bool is_nonlinear(ProblemObject* p) {
-    return (p->nonlinear_batches > 0 || p->nonlinear_objective != 0) && nonlinear_available();
+    return p->nonlinear != nullptr && nonlinear_available() &&
+           (nonlinear_attribute(p, NSLP_NONLINEARROWS) > 0 ||
+            nonlinear_attribute(p, NSLP_NONLINEAROBJ) > 0);
 }
 
 bool is_mixed_integer(ProblemObject* p) {
@@ -21,11 +33,9 @@ bool is_mixed_integer(ProblemObject* p) {
 }
 
 bool has_nonlinear_solution(ProblemObject* p) {
-    if (!nonlinear_available()) return false;
-    if (p->nonlinear_batches > 0 || p->nonlinear_objective != 0) return true;
-    if (p->nonlinear == nullptr) return false;
-    int status = 0;
-    check_library(NSLPgetintattrib(p->nonlinear, NSLP_STATUS, &status), as_object(p));
+    if (p->nonlinear == nullptr || !nonlinear_available()) return false;
+    if (is_nonlinear(p)) return true;
+    const int32_t status = nonlinear_attribute(p, NSLP_STATUS);
     return status >= 1 && status <= 6;
 }
 

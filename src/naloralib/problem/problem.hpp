@@ -23,12 +23,8 @@ struct ProblemObject {
     IndexMap* constraint_index;
     IndexMap* set_index;
     PyObject* callbacks[kCallbackSlots];  // null or list of registrations
-    int32_t transfer_row;                 // -1: none
-    int32_t nonlinear_batches;
-    uint32_t nonlinear_objective;
-    PyObject* user_functions;  // dict or null
-    int64_t transfer_column;   // -1: none
-    PyObject* module;          // keeps the module alive
+    PyObject* user_functions;             // null or dict: index to the callable, kept alive
+    PyObject* module;                     // keeps the module alive
 };
 
 inline ProblemObject* as_problem(PyObject* o) noexcept {

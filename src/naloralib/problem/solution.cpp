@@ -34,23 +34,18 @@ constexpr Getter kReducedCost = {"getRCost", Source::reduced_cost, Conv::col,
                                  "Could not retrieve reduced costs",
                                  "Cannot retrieve reduced cost in a MIP"};
 
-void refuse_nonlinear(ProblemObject* p) {
-    if (has_nonlinear_solution(p)) {
-        raise(solver_error(), "Nonlinear solutions cannot be read by this version");
-    }
-}
-
 void fill(ProblemObject* p, const Getter& getter, double* values) {
-    refuse_nonlinear(p);
-    const bool mixed_integer = is_mixed_integer(p);
+    const bool nonlinear = has_nonlinear_solution(p);
+    const bool mixed_integer = !nonlinear && is_mixed_integer(p);
     if (mixed_integer && getter.mip_failure != nullptr) {
         raise(solver_error(), getter.mip_failure);
     }
     double* vector[4] = {};
     vector[static_cast<int>(getter.source)] = values;
-    const int status = mixed_integer
-                           ? NLRAgetmipsol(p->prob, vector[0], vector[1])
-                           : NLRAgetlpsol(p->prob, vector[0], vector[1], vector[2], vector[3]);
+    const int status =
+        nonlinear       ? NSLPgetslpsol(p->nonlinear, vector[0], vector[1], vector[2], vector[3])
+        : mixed_integer ? NLRAgetmipsol(p->prob, vector[0], vector[1])
+                        : NLRAgetlpsol(p->prob, vector[0], vector[1], vector[2], vector[3]);
     if (status == 0) return;
     if (getter.failure == nullptr) throw LibraryError{as_object(p)};
     raise(solver_error(), getter.failure);

@@ -1,5 +1,6 @@
 // solve, and the statuses that it leaves.
 #include <cstring>
+#include <string>
 
 #include "module/state.hpp"
 #include "problem/solution.hpp"
@@ -62,14 +63,24 @@ Ref solve(PyObject* self, PyObject* args, PyObject* keywords) {
             raise(PyExc_ValueError, "embedded null character");
         }
     }
-    if (is_nonlinear(p)) {
-        raise(solver_error(), "Nonlinear problems cannot be solved by this version");
+    const bool nonlinear = is_nonlinear(p);
+    std::string nonlinear_flags(text);
+    if (nonlinear && mixed_integer && nonlinear_flags.find('g') == std::string::npos) {
+        constexpr std::size_t kMostFlags = 511;
+        if (nonlinear_flags.size() >= kMostFlags) {
+            raise(solver_error(),
+                  "Problem is mixed integer but the flag string is full; cannot add 'g' to the "
+                  "flags");
+        }
+        nonlinear_flags += 'g';
     }
     const SignalWatch watch(p);
     int status;
     {
         const GilReleased released;
-        status = mixed_integer ? NLRAmipoptimize(p->prob, text) : NLRAlpoptimize(p->prob, text);
+        status = nonlinear       ? NSLPnlpoptimize(p->nonlinear, nonlinear_flags.c_str())
+                 : mixed_integer ? NLRAmipoptimize(p->prob, text)
+                                 : NLRAlpoptimize(p->prob, text);
     }
     // Errors are read before the watch ends, which is a library call too.
     if (status == NLRA_ERROR_NONCONVEX && PyErr_Occurred() == nullptr) {

@@ -1,0 +1,74 @@
+// A model with formulas as the interior point solver evaluates it: linear rows are constant, all
+// else is on one tape.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "nonlinear/formula_roots.hpp"
+#include "nonlinear/ipopt_adapter.hpp"
+#include "nonlinear/tape.hpp"
+#include "nonlinear/user_function.hpp"
+#include "search/monitor.hpp"
+#include "store/model.hpp"
+
+namespace nlra {
+
+// Minimizes: the objective of a model that maximizes changes its sign. Rows without bounds are left
+// out. The model and the monitor must outlive it.
+class ModelFunctions : public NlpFunctions {
+  public:
+    ModelFunctions(const Model& model, Monitor& monitor);
+
+    const NlpStructure& structure() const { return structure_; }
+    NlpBounds bounds() const {
+        return {model_.lower.data(), model_.upper.data(), row_lower_.data(), row_upper_.data()};
+    }
+    // The model's row behind each row here.
+    const std::vector<int>& model_rows() const { return model_rows_; }
+    double sense() const { return sense_; }
+    // Without any term that is neither linear nor quadratic, and the model that it amounts to then.
+    bool is_quadratic() const;
+    Model quadratic_model() const;
+
+    bool objective(const double* x, double& value) override;
+    bool gradient(const double* x, double* values) override;
+    bool rows(const double* x, double* values) override;
+    bool jacobian(const double* x, double* values) override;
+    bool hessian(const double* x, double objective_factor, const double* multipliers,
+                 double* values) override;
+    bool progress(const NlpProgress& progress) override;
+
+  private:
+    // The objective, and the rows that are not linear, in this order.
+    struct Root {
+        int row;  // here; -1 for the objective
+        RootParts parts;
+    };
+    struct Coefficient {
+        int row, col;
+        double value;
+    };
+
+    void add_rows();
+    RootParts parts_of(const Formula& formula, const std::vector<QuadTerm>* quadratic,
+                       double factor);
+    void plan();
+
+    const Model& model_;
+    Monitor& monitor_;
+    const double sense_;
+    std::vector<double> row_lower_, row_upper_;
+    std::vector<int> model_rows_;
+
+    CalledFunctions functions_;
+    FormulaRoots formulas_;
+    std::vector<Root> roots_;
+    std::vector<Coefficient> linear_;  // of linear rows
+    std::unique_ptr<Tape> tape_;
+
+    NlpStructure structure_;
+    std::vector<double> values_, jacobian_, weights_;  // by root; by the tape's entries; by root
+};
+
+}  // namespace nlra

@@ -1,0 +1,44 @@
+// The nonlinear part of a model: formulas of rows and of the objective as tokens, starting values
+// and user functions. Plain data; nonlinear/ gives the tokens their meaning.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "nslp.h"
+
+namespace nlra {
+
+// factor * x[column] * (the postfix formula of these tokens, without its end token).
+struct Coefficient {
+    double factor = 1.0;
+    int column = -1;  // -1: the constant 1 in its place
+    std::vector<int> types;
+    std::vector<double> values;
+};
+
+// The sum of its coefficients, which is added to what else a row or the objective has.
+using Formula = std::vector<Coefficient>;
+
+struct UserFunction {
+    std::string name;
+    NSLPuserfunction call;
+    void* object;
+    int arguments;
+    bool derivatives;
+};
+
+struct Formulas {
+    std::map<int, Formula> rows;  // none empty
+    Formula objective;
+    std::map<int, double> start;  // starting values by column
+    std::vector<UserFunction> functions;
+
+    bool empty() const { return rows.empty() && objective.empty(); }
+    // A deleted column counts as zero where a formula uses it. `map`: old index to new, -1 deleted.
+    void renumber_columns(const std::vector<int>& map);
+};
+
+}  // namespace nlra
