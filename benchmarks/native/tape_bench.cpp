@@ -3,7 +3,7 @@
 //   cmake --build BUILD --target nlra_objects
 //   g++ -O2 -std=c++20 -D_GLIBCXX_USE_CXX11_ABI=0 -Iengine/include -Iengine
 //       benchmarks/native/tape_bench.cpp BUILD/CMakeFiles/nlra_objects.dir/engine/nonlinear/{graph,
-//       formula_check,formula_parser,formula_roots,tape_plan,tape,hessian_plan,opaque_call}.cpp.o
+//       formula_check,formula_parser,formula_roots,tape_plan,tape,tape_sweeps,hessian_plan,opaque_call}.cpp.o
 //       BUILD/CMakeFiles/nlra_objects.dir/engine/store/error.cpp.o -o tape_bench
 #include <algorithm>
 #include <chrono>

@@ -69,13 +69,13 @@ class Parser {
         add();
     }
 
+    // Leaves nothing behind.
     Terms result() {
         to_sum(0);
         Terms sum;
         sum.constant = items_[0].constant;
-        for (const Entry& entry : entries_) {
-            if (entry.node >= 0) sum.terms.push_back(entry);
-        }
+        std::erase_if(entries_, [](const Entry& entry) { return entry.node < 0; });
+        sum.terms = std::move(entries_);
         return sum;
     }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "nonlinear/curvature.hpp"
+
 namespace nlra {
 
 namespace {
@@ -178,23 +180,21 @@ bool ModelFunctions::progress(const NlpProgress& progress) {
     return !monitor_.should_stop();
 }
 
-bool ModelFunctions::is_quadratic() const {
-    return std::all_of(roots_.begin(), roots_.end(),
-                       [](const Root& root) { return root.parts.rest.empty(); });
-}
-
-Model ModelFunctions::quadratic_model() const {
-    Model copy = model_;
-    copy.formulas = Formulas();
-    copy.sense = 1.0;
-    copy.qobj.clear();
-    copy.qrows.clear();
-    copy.set_qobj(roots_[0].parts.quadratic);
-    for (size_t r = 1; r < roots_.size(); ++r) {
-        if (roots_[r].parts.quadratic.empty()) continue;
-        copy.set_qrow(model_rows_[roots_[r].row], roots_[r].parts.quadratic);
+// A row needs a convex function below its upper side and a concave one above its lower side. A
+// stop ends the proof as failed.
+bool ModelFunctions::is_convex() const {
+    const CurvatureAnalysis analysis(formulas_.graph(), model_.lower.data(), model_.upper.data());
+    const StopPoll poll = [this] { return monitor_.should_stop(); };
+    try {
+        return std::all_of(roots_.begin(), roots_.end(), [&](const Root& root) {
+            const Shape shape = analysis.shape(root.parts, poll);
+            if (root.row == kObjective) return shape.convex;
+            return (row_upper_[root.row] >= kInfinity || shape.convex) &&
+                   (row_lower_[root.row] <= -kInfinity || shape.concave);
+        });
+    } catch (const FactorizationStopped&) {
+        return false;
     }
-    return copy;
 }
 
 }  // namespace nlra

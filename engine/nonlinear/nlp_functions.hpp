@@ -27,9 +27,8 @@ class ModelFunctions : public NlpFunctions {
     // The model's row behind each row here.
     const std::vector<int>& model_rows() const { return model_rows_; }
     double sense() const { return sense_; }
-    // Without any term that is neither linear nor quadratic, and the model that it amounts to then.
-    bool is_quadratic() const;
-    Model quadratic_model() const;
+    // Whether the problem is proven to be convex, so that a local optimum is a global one.
+    bool is_convex() const;
 
     bool objective(const double* x, double& value) override;
     bool gradient(const double* x, double* values) override;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "analysis/convexity.hpp"
 #include "api/problem.hpp"
 #include "nonlinear/nlp_functions.hpp"
 #include "search/report.hpp"
@@ -135,13 +134,14 @@ std::vector<double> start_point(const Model& model, Monitor& monitor) {
 }
 
 // Points to begin at where the functions are not defined at the one that was wanted.
-std::vector<double> other_start(const Model& model, std::vector<double> x, double step) {
+std::vector<double> other_start(const Model& model, std::vector<double> x, int trial) {
+    constexpr double kFractions[] = {0.6, 0.8, 0.95, 0.3};
     for (int j = 0; j < model.cols(); ++j) {
         const double low = model.lower[j], high = model.upper[j];
         if (low > -kInfinity && high < kInfinity) {
-            x[j] = low + (high - low) * std::min(0.5, 0.1 + 0.1 * step);
+            x[j] = low + (high - low) * kFractions[trial];
         } else {
-            x[j] = std::clamp(x[j] + step, low, high);
+            x[j] = std::clamp(x[j] + trial + 1.0, low, high);
         }
     }
     return x;
@@ -171,7 +171,6 @@ class NlpSolve {
     void run();
 
   private:
-    bool proven_convex();
     NlpResult attempt(const NlpOptions& options, const std::vector<double>& start);
     bool is_feasible(const NlpResiduals& r) const {
         return r.primal <= std::max(10.0 * feasibility_tolerance_, 1e-6);
@@ -197,15 +196,6 @@ class NlpSolve {
     const double feasibility_tolerance_, optimality_tolerance_;
     long iterations_ = 0;
 };
-
-// A model that has no other terms is tested by factorization; what a formula may be is not known
-// here.
-bool NlpSolve::proven_convex() {
-    if (!functions_.is_quadratic()) return false;
-    const Model quadratic = functions_.quadratic_model();
-    return find_nonconvexity(quadratic, [this] { return monitor_.should_stop(); }).empty() &&
-           !monitor_.should_stop();
-}
 
 NlpResult NlpSolve::attempt(const NlpOptions& options, const std::vector<double>& start) {
     // More equations than columns: as inequalities of both sides they leave the method room.
@@ -268,11 +258,12 @@ void NlpSolve::run() {
         }
     }
     std::vector<double> start = start_point(model_, monitor_);
-    for (double step = 1.0; step <= 4.0 && !is_defined(functions_, start); step += 1.0) {
-        if (step == 1.0) monitor_.log(1, "The functions are not defined at the starting point");
-        start = other_start(model_, start_point(model_, monitor_), step);
+    const std::vector<double> wanted = start;
+    for (int trial = 0; trial < 4 && !is_defined(functions_, start); ++trial) {
+        if (trial == 0) monitor_.log(1, "The functions are not defined at the starting point");
+        start = other_start(model_, wanted, trial);
     }
-    const bool convex = proven_convex();
+    const bool convex = functions_.is_convex();
     NlpOptions options;
     options.tolerance = std::min(1e-8, 0.1 * optimality_tolerance_);
     const int limit = problem_.base->controls.get_int(kIterLimit);

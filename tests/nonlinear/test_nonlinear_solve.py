@@ -22,9 +22,9 @@ def pair(lower=-10, upper=10):
     return nalora.var("x", lb=lower, ub=upper), nalora.var("y", lb=lower, ub=upper)
 
 
-def solved(p, status=LOCAL):
+def solved(p):
     p.solve()
-    assert p.getProbStatusString() == status
+    assert p.getProbStatusString() in (LOCAL, GLOBAL)
     return p.getObjVal()
 
 
@@ -134,6 +134,10 @@ def test_statuses():
     convex = nalora.problem(x, y, x + y >= 1, x * x + y * y)
     convex.nlpoptimize()
     assert convex.attributes.nslp_status == nalora.nlp_globally_optimal
+    exponential = nalora.problem(x, y, nalora.exp(x) - nalora.sqrt(y) <= 2, nalora.exp(-x) + y)
+    exponential.solve()
+    assert exponential.getProbStatusString() == GLOBAL
+    assert solved_status(x, y, nalora.exp(x) <= -1, y) == "nlp_infeasible"
     limited = nalora.problem(x, nalora.exp(x) >= 2, x * x)
     limited.controls.iterlimit = 1
     limited.solve()
@@ -158,7 +162,7 @@ def test_points_where_a_function_is_not_defined_are_avoided():
     p = nalora.problem(x, y, nalora.sqrt(x - 1) + 1 / y >= 1, x + y)
     p.chgvar(x, initvalue=0)
     p.solve()
-    assert p.getProbStatusString() in (LOCAL, "nlp_unfinished")
+    assert p.getProbStatusString() in (LOCAL, GLOBAL, "nlp_unfinished")
 
 
 def test_more_equations_than_variables():

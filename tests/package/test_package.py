@@ -45,7 +45,7 @@ def test_transport_example():
     assert "cost 153.675 thousand dollars" in output
 
 
-@pytest.mark.parametrize("example", ["knapsack.py", "portfolio.py", "blend_pandas.py"])
+@pytest.mark.parametrize("example", ["knapsack.py", "portfolio.py", "curve.py", "blend_pandas.py"])
 def test_other_examples_run(example):
     if "pandas" in example:
         pytest.importorskip("pandas")
@@ -55,7 +55,7 @@ def test_other_examples_run(example):
 def test_readme_examples_print_what_they_say():
     text = (ROOT / "README.md").read_text(encoding="utf-8")
     examples = re.findall(r"```python\n(.*?)```\s*```text\n(.*?)```", text, re.DOTALL)
-    assert len(examples) == 2
+    assert len(examples) == 3
     for code, printed in examples:
         assert python("-c", code) == printed
 

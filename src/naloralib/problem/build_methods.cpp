@@ -92,8 +92,8 @@ const PyMethodDef kMethods[] = {
      "Arguments: constraints or (nested) collections of them, as for addVariable. Their variables\n"
      "must be in the problem. Passing many constraints in one call is faster than many calls.\n\n"
      "Raises ModelError for anything that is not a constraint, a constraint that is in the\n"
-     "problem already, variables that are not, contradicting bounds, or a nonlinear body (which\n"
-     "this version cannot load); SolverError when the library refuses the values. After an error\n"
+     "problem already, variables that are not, contradicting bounds, or nonlinear bodies of more\n"
+     "than 64 levels; SolverError when the library refuses the values. After an error\n"
      "the problem holds none of the call's constraints."},
     {"addSOS", method(positional<add_sos>), METH_FASTCALL,
      "addSOS($self, /, *sets)\n--\n\n"
@@ -136,11 +136,12 @@ const PyMethodDef kMethods[] = {
     {"setObjective", method(with_keywords<set_objective_method>), kKeywords,
      "setObjective($self, /, objective, sense=None)\n--\n\n"
      "Replace the objective, and its sense when one is given.\n\n"
-     "Arguments: objective, a variable, a linear or quadratic term or an expression (or a NumPy\n"
-     "array of exactly one) over variables of the problem; its constant counts for getObjVal.\n"
+     "Arguments: objective, a variable, a linear or quadratic term, an expression or a nonlinear\n"
+     "expression (or a NumPy array of exactly one) over variables of the problem; its constant "
+     "counts for getObjVal.\n"
      "sense, nalora.minimize (1) or nalora.maximize (-1); without it the sense stays.\n\n"
      "Raises ModelError for other objects, variables that are not in the problem, coefficients\n"
-     "that are not finite and nonlinear expressions (which this version cannot load). After an\n"
+     "that are not finite and nonlinear expressions of more than 64 levels. After an\n"
      "error the old objective stands."},
     {"read", method(with_keywords<read_problem>), kKeywords,
      "read($self, /, filename, options='')\n--\n\n"

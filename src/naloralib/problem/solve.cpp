@@ -180,8 +180,10 @@ PyCFunction method(Function* function) noexcept {
 const PyMethodDef kMethods[] = {
     {"solve", method(solve_method), METH_VARARGS | METH_KEYWORDS,
      "solve($self, /, flags='')\n--\n\n"
-     "Solve the problem: as a mixed integer problem when it has such entities, otherwise as a\n"
-     "continuous one. Other Python threads run meanwhile.\n\n"
+     "Solve the problem: by the nonlinear solver when it has nonlinear formulas, otherwise as a\n"
+     "mixed integer problem when it has such entities, otherwise as a continuous one. Other "
+     "Python\n"
+     "threads run meanwhile.\n\n"
      "Arguments: flags, a str of letters: 'd' dual simplex, 'p' primal simplex, 'b' interior\n"
      "point; 'l' solve only the relaxation of a mixed integer problem (getlpsol reads it).\n\n"
      "Whatever the outcome (optimal, infeasible, stopped by a limit) the method returns; see\n"
@@ -191,7 +193,7 @@ const PyMethodDef kMethods[] = {
     {"getProbStatus", plain<get_status>, METH_NOARGS,
      "getProbStatus($self, /)\n--\n\n"
      "Status of the last solve as an int: nalora.lp_... for a continuous problem, nalora.mip_...\n"
-     "for a mixed integer one."},
+     "for a mixed integer one, nalora.nlp_... for one with nonlinear formulas."},
     {"getProbStatusString", plain<get_status_string>, METH_NOARGS,
      "getProbStatusString($self, /)\n--\n\n"
      "Status of the last solve as a str, for instance 'lp_optimal'."},
