@@ -21,7 +21,8 @@ auto ask_for_lock(Ask ask) noexcept {
         const bool main_thread = syscall(SYS_gettid) == getpid();
         if (main_thread || !interpreter_is_finalizing()) return ask();
     } catch (...) {
-        // The unwinding of the thread; it stays here.
+        // The unwinding of the thread. It stays in here: it may not be caught and then dropped.
+        while (true) pause();
     }
     while (true) pause();
 }
