@@ -149,8 +149,9 @@ std::vector<double> other_start(const Model& model, std::vector<double> x, int t
 
 bool is_defined(ModelFunctions& functions, const std::vector<double>& x) {
     double value;
-    std::vector<double> out(
-        std::max<size_t>({x.size(), functions.structure().jacobian_row.size(), 1}));
+    const NlpStructure& structure = functions.structure();
+    std::vector<double> out(std::max<size_t>(
+        {x.size(), static_cast<size_t>(structure.rows), structure.jacobian_row.size()}));
     return functions.objective(x.data(), value) && functions.rows(x.data(), out.data()) &&
            functions.gradient(x.data(), out.data()) && functions.jacobian(x.data(), out.data()) &&
            std::all_of(out.begin(), out.begin() + functions.structure().jacobian_row.size(),

@@ -105,6 +105,23 @@ def test_formulas_follow_every_change_of_the_problem():
     assert solved(copy) == pytest.approx(first)
 
 
+def test_a_refused_objective_leaves_the_old_formula():
+    x, y = pair()
+    p = nalora.problem(x, y, nalora.exp(x) + y * y)
+    best = solved(p)
+    for refused in (x * x * 5 + 1e25 * x, nalora.sin(nalora.var()), abs(x) + math.inf):
+        with pytest.raises((nalora.SolverError, nalora.ModelError)):
+            p.setObjective(refused)
+        assert solved(p) == pytest.approx(best)
+
+
+def test_rows_without_a_term():
+    x = nalora.var(ub=3)
+    empty = [nalora.constraint(body=nalora.Sum(0.0), lb=-1, ub=i) for i in range(500)]
+    p = nalora.problem(x, empty, nalora.exp(x))
+    assert solved(p) == pytest.approx(1)
+
+
 def test_deleted_variables_count_as_zero():
     x, y = pair()
     p = nalora.problem(x, y, nalora.exp(x) + y**3 >= 9, x * x + y)

@@ -171,16 +171,6 @@ void append_bounds(ConstraintBatch& batch, double lower, double upper, double rh
     batch.rhs.push_back(rhs);
 }
 
-void collect_formula(ProblemObject* p, ConstraintBatch& batch, int32_t row, PyObject* body) {
-    require_nonlinear_solver(p);
-    batch.formula_rows.push_back(row);
-    batch.formula_starts.push_back(static_cast<int32_t>(batch.formulas.size()));
-    append_formula(batch.formulas, body, *p->variable_index,
-                   [p](PyObject* callable, bool derivatives, std::size_t arguments) {
-                       return register_user_function(p, callable, derivatives, arguments);
-                   });
-}
-
 void collect(ProblemObject* p, Addition& addition, ConstraintBatch& batch, PyObject* object) {
     if (!is_constraint(object) || as_constraint(object)->body == nullptr) {
         raise(model_error(), "Invalid constraint");
@@ -200,7 +190,9 @@ void collect(ProblemObject* p, Addition& addition, ConstraintBatch& batch, PyObj
     batch.starts.push_back(static_cast<int64_t>(batch.columns.size()));
     double rhs = 0.0;
     if (kind == Kind::nonlinear) {
-        collect_formula(p, batch, addition.count(), c->body);
+        batch.formula_rows.push_back(addition.count());
+        batch.formula_starts.push_back(static_cast<int32_t>(batch.formulas.size()));
+        collect_formula(p, batch.formulas, c->body);
     } else {
         rhs = BodyReader(*p->variable_index, batch).read(c->body, kind);
     }

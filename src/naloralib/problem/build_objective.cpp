@@ -122,11 +122,7 @@ Objective read_objective(ProblemObject* p, PyObject* object) {
             return objective;
         }
         case Kind::nonlinear:
-            require_nonlinear_solver(p);
-            append_formula(objective.formula, object, *p->variable_index,
-                           [p](PyObject* callable, bool derivatives, std::size_t arguments) {
-                               return register_user_function(p, callable, derivatives, arguments);
-                           });
+            collect_formula(p, objective.formula, object);
             return objective;
         default:
             break;
@@ -201,7 +197,6 @@ int change_linear(ProblemObject* p, const std::vector<double>& present,
     return NLRAchgobj(p->prob, static_cast<int>(columns.size()), columns.data(), values.data());
 }
 
-// A new formula is refused, if at all, before anything has changed.
 void change_formula(ProblemObject* p, const FormulaTokens& formula) {
     if (formula.size() == 0 && !is_nonlinear(p)) return;
     const bool none = formula.size() == 0;
@@ -225,13 +220,17 @@ void set_objective(ProblemObject* p, PyObject* objective, const int* sense) {
         check_library(NLRAgetobj(p->prob, present.data(), 0, columns - 1), as_object(p));
     }
     const std::vector<QuadraticItem> old_quadratic = present_quadratic(p, columns);
-    change_formula(p, target.formula);
+    // What may be refused comes first: a formula stands alone, and the other terms, once they are
+    // loaded, are followed by the removal of an old formula only.
+    const bool has_formula = target.formula.size() != 0;
+    if (has_formula) change_formula(p, target.formula);
     check_change(change_quadratic(p, old_quadratic, target.quadratic), p);
     if (change_linear(p, present, target) != 0) {
         set_library_error(as_object(p));
         change_quadratic(p, target.quadratic, old_quadratic);
         throw PythonError();
     }
+    if (!has_formula) change_formula(p, target.formula);
     if (sense != nullptr) check_change(NLRAchgobjsense(p->prob, *sense), p);
     raise_pending();
 }

@@ -63,13 +63,7 @@ int call_function(void* object, const double* args, int count, double* value,
                : 1;
 }
 
-}  // namespace
-
-void require_nonlinear_solver(ProblemObject* p) {
-    if (p->nonlinear != nullptr && nonlinear_available()) return;
-    raise(solver_error(), "The nonlinear solver is not available");
-}
-
+// Returns the index by which formulas name the callable.
 int32_t register_user_function(ProblemObject* p, PyObject* callable, bool derivatives,
                                std::size_t arguments) {
     if (p->user_functions == nullptr) p->user_functions = take(PyDict_New()).release();
@@ -81,6 +75,21 @@ int32_t register_user_function(ProblemObject* p, PyObject* callable, bool deriva
     const Ref key = take(PyLong_FromLong(index));
     check_python(PyDict_SetItem(functions.get(), key.get(), callable));
     return index;
+}
+
+}  // namespace
+
+void require_nonlinear_solver(ProblemObject* p) {
+    if (p->nonlinear != nullptr && nonlinear_available()) return;
+    raise(solver_error(), "The nonlinear solver is not available");
+}
+
+void collect_formula(ProblemObject* p, FormulaTokens& tokens, PyObject* object) {
+    require_nonlinear_solver(p);
+    append_formula(tokens, object, *p->variable_index,
+                   [p](PyObject* callable, bool derivatives, std::size_t arguments) {
+                       return register_user_function(p, callable, derivatives, arguments);
+                   });
 }
 
 }  // namespace nalora

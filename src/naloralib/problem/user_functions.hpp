@@ -1,7 +1,5 @@
-// Python callables as functions of nonlinear formulas.
+// Formulas of a problem, and Python callables as functions in them.
 #pragma once
-
-#include <cstddef>
 
 #include "nonlinear/formula.hpp"
 #include "problem/problem.hpp"
@@ -17,9 +15,8 @@ inline const int* types_of(const FormulaTokens& tokens) noexcept {
     return reinterpret_cast<const int*>(tokens.types.data());
 }
 
-// Make a callable known to the nonlinear solver for formulas with so many arguments. The problem
-// keeps it alive. Returns the index by which formulas name it.
-int32_t register_user_function(ProblemObject* p, PyObject* callable, bool derivatives,
-                               std::size_t arguments);
+// Append the formula of a row or of the objective, with its end token. The callables in it become
+// known to the nonlinear solver, and the problem keeps them alive. ModelError as append_formula().
+void collect_formula(ProblemObject* p, FormulaTokens& tokens, PyObject* object);
 
 }  // namespace nalora
