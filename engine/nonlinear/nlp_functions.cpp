@@ -65,27 +65,34 @@ RootParts ModelFunctions::parts_of(const Formula& formula, const std::vector<Qua
     return parts;
 }
 
+// Ipopt wants no rows that nothing can change.
 void ModelFunctions::add_rows() {
     static const Formula none;
     const RowMatrix& matrix = model_.matrix;
     for (int i = 0; i < model_.rows(); ++i) {
         const double low = model_.row_lower(i), high = model_.row_upper(i);
         if (low <= -kInfinity && high >= kInfinity) continue;
-        const int row = static_cast<int>(model_rows_.size());
-        model_rows_.push_back(i);
-        row_lower_.push_back(low);
-        row_upper_.push_back(high);
         const auto formula = model_.formulas.rows.find(i);
         const auto quadratic = model_.qrows.find(i);
         const bool has_formula = formula != model_.formulas.rows.end();
         const bool is_linear = !has_formula && quadratic == model_.qrows.end();
+        const int64_t begin = matrix.start()[i], end = matrix.start()[i + 1];
+        const int row = static_cast<int>(model_rows_.size());
         Root root{row, {}};
         if (!is_linear) {
             root.parts =
                 parts_of(has_formula ? formula->second : none,
                          quadratic != model_.qrows.end() ? &quadratic->second : nullptr, 1.0);
         }
-        for (int64_t k = matrix.start()[i]; k < matrix.start()[i + 1]; ++k) {
+        const RootParts& parts = root.parts;
+        if (begin == end && parts.linear.empty() && parts.quadratic.empty() && parts.rest.empty()) {
+            constant_rows_.push_back({i, parts.constant});
+            continue;
+        }
+        model_rows_.push_back(i);
+        row_lower_.push_back(low);
+        row_upper_.push_back(high);
+        for (int64_t k = begin; k < end; ++k) {
             if (is_linear) {
                 linear_.push_back({row, matrix.index()[k], matrix.value()[k]});
             } else {
@@ -120,6 +127,12 @@ void ModelFunctions::plan() {
             structure_.jacobian_row.push_back(roots_[r].row);
             structure_.jacobian_col.push_back(tape_->jacobian_col()[k]);
         }
+    }
+    // What is left without a column are functions of the user's with constant arguments.
+    if (structure_.jacobian_row.empty() && structure_.rows > 0 && structure_.columns > 0) {
+        linear_.push_back({0, 0, 0.0});
+        structure_.jacobian_row.push_back(0);
+        structure_.jacobian_col.push_back(0);
     }
     if (structure_.has_hessian) {
         structure_.hessian_row = tape_->hessian_row();

@@ -14,8 +14,8 @@
 
 namespace nlra {
 
-// Minimizes: the objective of a model that maximizes changes its sign. Rows without bounds are left
-// out. The model and the monitor must outlive it.
+// Minimizes: the objective of a model that maximizes changes its sign. Rows without bounds or
+// without terms are left out. The model and the monitor must outlive it.
 class ModelFunctions : public NlpFunctions {
   public:
     ModelFunctions(const Model& model, Monitor& monitor);
@@ -26,6 +26,12 @@ class ModelFunctions : public NlpFunctions {
     }
     // The model's row behind each row here.
     const std::vector<int>& model_rows() const { return model_rows_; }
+    // A row without terms: its value is the constant of its formula.
+    struct ConstantRow {
+        int model_row;
+        double value;
+    };
+    const std::vector<ConstantRow>& constant_rows() const { return constant_rows_; }
     double sense() const { return sense_; }
     // Whether the problem is proven to be convex, so that a local optimum is a global one.
     bool is_convex() const;
@@ -59,6 +65,7 @@ class ModelFunctions : public NlpFunctions {
     const double sense_;
     std::vector<double> row_lower_, row_upper_;
     std::vector<int> model_rows_;
+    std::vector<ConstantRow> constant_rows_;
 
     CalledFunctions functions_;
     FormulaRoots formulas_;

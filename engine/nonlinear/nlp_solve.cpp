@@ -187,6 +187,8 @@ class NlpSolve {
                std::any_of(result.x.begin(), result.x.end(),
                            [](double v) { return std::fabs(v) > kFar; });
     }
+    bool is_contradictory() const;
+    void solve_without_columns();
     void finish(int status, int stop, const NlpResult* point);
 
     nslp_problem& problem_;
@@ -232,13 +234,16 @@ void NlpSolve::finish(int status, int stop, const NlpResult* point) {
     const double sense = functions_.sense();
     Solution& solution = result.solution;
     solution.x = point->x;
-    solution.slack.assign(static_cast<size_t>(model_.rows()), 0.0);
+    evaluate(model_, solution);  // for the rows that the functions leave out
     solution.dual.assign(static_cast<size_t>(model_.rows()), 0.0);
     solution.dj.resize(point->x.size());
     const std::vector<int>& rows = functions_.model_rows();
     for (size_t i = 0; i < rows.size(); ++i) {
         solution.slack[rows[i]] = model_.rhs[rows[i]] - judge_.activity()[i] + 0.0;
         solution.dual[rows[i]] = -sense * point->multipliers[i] + 0.0;
+    }
+    for (const auto& [row, value] : functions_.constant_rows()) {
+        solution.slack[row] = model_.rhs[row] - value + 0.0;
     }
     for (size_t j = 0; j < point->x.size(); ++j) {
         solution.dj[j] = sense * (point->lower_multipliers[j] - point->upper_multipliers[j]) + 0.0;
@@ -248,16 +253,37 @@ void NlpSolve::finish(int status, int stop, const NlpResult* point) {
     solution.has_duals = true;
 }
 
+// Whether bounds exclude each other, or a row that nothing can change misses its own.
+bool NlpSolve::is_contradictory() const {
+    for (int j = 0; j < model_.cols(); ++j) {
+        if (model_.lower[j] > model_.upper[j] + feasibility_tolerance_) return true;
+    }
+    for (const auto& [row, value] : functions_.constant_rows()) {
+        const double low = model_.row_lower(row), high = model_.row_upper(row);
+        if (violation(value, low, high) > feasibility_tolerance_) return true;
+    }
+    return false;
+}
+
+void NlpSolve::solve_without_columns() {
+    NlpResult result;
+    NlpResiduals residuals;
+    result.multipliers.assign(static_cast<size_t>(functions_.structure().rows), 0.0);
+    if (!judge_.measure(result, residuals)) {
+        finish(kUnfinished, NLRA_STOP_NONE, nullptr);
+    } else if (!is_feasible(residuals)) {
+        finish(kInfeasible, NLRA_STOP_NONE, nullptr);
+    } else {
+        finish(kGloballyOptimal, NLRA_STOP_NONE, &result);
+    }
+}
+
 void NlpSolve::run() {
     monitor_.log(1, "Interior point method: %d columns, %d rows (%zu with nonlinear formulas)",
                  functions_.structure().columns, functions_.structure().rows,
                  model_.formulas.rows.size());
-    for (int j = 0; j < model_.cols(); ++j) {
-        if (model_.lower[j] <= model_.upper[j]) continue;
-        if (model_.lower[j] > model_.upper[j] + feasibility_tolerance_) {
-            return finish(kInfeasible, NLRA_STOP_NONE, nullptr);
-        }
-    }
+    if (is_contradictory()) return finish(kInfeasible, NLRA_STOP_NONE, nullptr);
+    if (model_.cols() == 0) return solve_without_columns();
     std::vector<double> start = start_point(model_, monitor_);
     const std::vector<double> wanted = start;
     for (int trial = 0; trial < 4 && !is_defined(functions_, start); ++trial) {
@@ -268,16 +294,17 @@ void NlpSolve::run() {
     NlpOptions options;
     options.tolerance = std::min(1e-8, 0.1 * optimality_tolerance_);
     const int limit = problem_.base->controls.get_int(kIterLimit);
-    NlpResult best;
+    NlpResult result;
     NlpResiduals residuals;
+    bool measured = false;
     for (int trial = 0; trial < 3; ++trial) {
         options.adaptive_barrier = trial == 1;
         options.scaling = trial != 2;
         options.max_iterations =
             static_cast<int>(std::min<long>(3000, std::max<long>(0, limit - iterations_)));
         if (trial > 0) monitor_.log(1, "Trying again with other settings");
-        NlpResult result = attempt(options, start);
-        const bool measured = judge_.measure(result, residuals);
+        result = attempt(options, start);
+        measured = judge_.measure(result, residuals);
         if (monitor_.should_stop()) {
             return finish(kUnfinished, monitor_.reason(), measured ? &result : nullptr);
         }
@@ -294,12 +321,10 @@ void NlpSolve::run() {
         if (iterations_ >= limit) {
             return finish(kUnfinished, NLRA_STOP_ITERLIMIT, measured ? &result : nullptr);
         }
-        best = std::move(result);
     }
     monitor_.log(1, "The optimality conditions are missed by %.1e (rows), %.1e (gradient), %.1e",
                  residuals.primal, residuals.dual, residuals.complementarity);
-    const bool measured = judge_.measure(best, residuals);
-    finish(kUnfinished, NLRA_STOP_NONE, measured ? &best : nullptr);
+    finish(kUnfinished, NLRA_STOP_NONE, measured ? &result : nullptr);
 }
 
 const char* status_text(int status) {

@@ -120,6 +120,26 @@ def test_rows_without_a_term():
     empty = [nalora.constraint(body=nalora.Sum(0.0), lb=-1, ub=i) for i in range(500)]
     p = nalora.problem(x, empty, nalora.exp(x))
     assert solved(p) == pytest.approx(1)
+    assert p.getSlack(empty[7]) == 7
+    p.addConstraint(nalora.constraint(body=nalora.Sum(0.0), lb=1, ub=2))
+    p.solve()
+    assert p.getProbStatusString() == "nlp_infeasible"
+
+
+def test_models_without_variables_that_can_move():
+    p = nalora.problem(nalora.user(lambda a: a * a, nalora.Sum(2.0)) <= 5)
+    p.setObjective(nalora.user(lambda a: a + 1, nalora.Sum(3.0)))
+    assert solved(p) == 4
+    assert p.getSlack() == [1]
+    p.addConstraint(nalora.user(lambda a: a, nalora.Sum(2.0)) >= 3)
+    p.solve()
+    assert p.getProbStatusString() == "nlp_infeasible"
+    x = nalora.var()
+    p = nalora.problem(x, nalora.user(lambda a: a * a, nalora.Sum(2.0)) <= 5, nalora.exp(x))
+    assert solved(p) == 1
+    fixed = nalora.var(lb=2, ub=2)
+    p = nalora.problem(fixed, nalora.exp(fixed) <= 8, fixed**3)
+    assert solved(p) == 8
 
 
 def test_deleted_variables_count_as_zero():
