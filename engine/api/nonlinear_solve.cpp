@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "api/boundary.hpp"
-#include "nonlinear/nlp_solve.hpp"
+#include "search/optimize_nonlinear.hpp"
 #include "search/solving.hpp"
 
 using namespace nlra;
@@ -17,7 +17,7 @@ int NSLPnlpoptimize(NSLPprob prob, const char* flags) {
                  static_cast<unsigned char>(*unknown));
         }
         const Solving solving(*problem.base);
-        optimize_nonlinear(problem, wanted);
+        optimize_nonlinear(problem);
     });
 }
 

@@ -16,6 +16,10 @@ void nlra_problem::drop_solutions() {
     lp_solution.clear();
     mip_solution.clear();
     info = nlra::SolveInfo();
+    drop_nonlinear_results();
+}
+
+void nlra_problem::drop_nonlinear_results() {
     for (nslp_problem* above : nonlinear) above->result = {};
 }
 

@@ -82,4 +82,6 @@ struct nlra_problem {
 
     // Edits make old results stale: called by every C function that changes the model.
     void drop_solutions();
+    // Those of the nonlinear problems on this one only.
+    void drop_nonlinear_results();
 };

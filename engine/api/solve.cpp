@@ -26,7 +26,7 @@ int optimize(NLRAprob prob, const char* function, const char* flags, const char*
                  "the problem has nonlinear formulas, which only the nonlinear solver takes");
         }
         const Solving solving(problem);
-        for (nslp_problem* above : problem.nonlinear) above->result = {};
+        problem.drop_nonlinear_results();
         solve(problem, wanted);
     });
 }

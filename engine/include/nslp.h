@@ -24,6 +24,16 @@ enum {
     NSLP_THREADS = 12415 /* integer control: threads for evaluating, 0: the library decides */
 };
 
+/* Values of NSLP_STATUS after a solve. */
+enum {
+    NSLP_LOCALLY_OPTIMAL = 1,
+    NSLP_GLOBALLY_OPTIMAL = 2,
+    NSLP_LOCALLY_INFEASIBLE = 3,
+    NSLP_INFEASIBLE = 4,
+    NSLP_UNBOUNDED = 5,
+    NSLP_UNFINISHED = 6
+};
+
 typedef void (*NSLPmessagecb)(NSLPprob prob, void* data, const char* text, int length, int msgtype);
 
 /* The optimizer must have been started. */

@@ -5,35 +5,10 @@
 
 #include "api/problem.hpp"
 #include "nonlinear/nlp_functions.hpp"
-#include "search/report.hpp"
-#include "store/error.hpp"
 
 namespace nlra {
 
 namespace {
-
-enum NlpStatusCode {
-    kLocallyOptimal = 1,
-    kGloballyOptimal = 2,
-    kLocallyInfeasible = 3,
-    kInfeasible = 4,
-    kUnbounded = 5,
-    kUnfinished = 6,
-};
-
-void require_continuous(const Model& model) {
-    if (!model.is_mip()) return;
-    bool fixed = model.sets.empty() && model.indicators.empty();
-    for (int j = 0; fixed && j < model.cols(); ++j) {
-        const bool integral = model.coltype[j] == 'B' || model.coltype[j] == 'I';
-        fixed = model.coltype[j] == 'C' || (integral && model.lower[j] == model.upper[j] &&
-                                            model.lower[j] == std::round(model.lower[j]));
-    }
-    if (fixed) return;
-    fail(NLRA_ERROR_UNSUPPORTED,
-         "a problem with nonlinear formulas cannot have integer or semi-continuous columns, sets "
-         "or indicators: the nonlinear solver has no search for such problems");
-}
 
 // What the optimality conditions miss, each relative to the numbers that they are made of (the
 // scaling is that of Wächter and Biegler 2006).
@@ -270,11 +245,11 @@ void NlpSolve::solve_without_columns() {
     NlpResiduals residuals;
     result.multipliers.assign(static_cast<size_t>(functions_.structure().rows), 0.0);
     if (!judge_.measure(result, residuals)) {
-        finish(kUnfinished, NLRA_STOP_NONE, nullptr);
+        finish(NSLP_UNFINISHED, NLRA_STOP_NONE, nullptr);
     } else if (!is_feasible(residuals)) {
-        finish(kInfeasible, NLRA_STOP_NONE, nullptr);
+        finish(NSLP_INFEASIBLE, NLRA_STOP_NONE, nullptr);
     } else {
-        finish(kGloballyOptimal, NLRA_STOP_NONE, &result);
+        finish(NSLP_GLOBALLY_OPTIMAL, NLRA_STOP_NONE, &result);
     }
 }
 
@@ -282,7 +257,7 @@ void NlpSolve::run() {
     monitor_.log(1, "Interior point method: %d columns, %d rows (%zu with nonlinear formulas)",
                  functions_.structure().columns, functions_.structure().rows,
                  model_.formulas.rows.size());
-    if (is_contradictory()) return finish(kInfeasible, NLRA_STOP_NONE, nullptr);
+    if (is_contradictory()) return finish(NSLP_INFEASIBLE, NLRA_STOP_NONE, nullptr);
     if (model_.cols() == 0) return solve_without_columns();
     std::vector<double> start = start_point(model_, monitor_);
     const std::vector<double> wanted = start;
@@ -306,53 +281,32 @@ void NlpSolve::run() {
         result = attempt(options, start);
         measured = judge_.measure(result, residuals);
         if (monitor_.should_stop()) {
-            return finish(kUnfinished, monitor_.reason(), measured ? &result : nullptr);
+            return finish(NSLP_UNFINISHED, monitor_.reason(), measured ? &result : nullptr);
         }
         if (measured && runs_away(result)) {
-            return finish(kUnbounded, NLRA_STOP_NONE, nullptr);
+            return finish(NSLP_UNBOUNDED, NLRA_STOP_NONE, nullptr);
         }
         if (measured && is_optimal(residuals)) {
-            return finish(convex ? kGloballyOptimal : kLocallyOptimal, NLRA_STOP_NONE, &result);
+            return finish(convex ? NSLP_GLOBALLY_OPTIMAL : NSLP_LOCALLY_OPTIMAL, NLRA_STOP_NONE,
+                          &result);
         }
         if (result.status == NlpStatus::kInfeasible) {
-            return finish(convex ? kInfeasible : kLocallyInfeasible, NLRA_STOP_NONE,
+            return finish(convex ? NSLP_INFEASIBLE : NSLP_LOCALLY_INFEASIBLE, NLRA_STOP_NONE,
                           measured ? &result : nullptr);
         }
         if (iterations_ >= limit) {
-            return finish(kUnfinished, NLRA_STOP_ITERLIMIT, measured ? &result : nullptr);
+            return finish(NSLP_UNFINISHED, NLRA_STOP_ITERLIMIT, measured ? &result : nullptr);
         }
     }
     monitor_.log(1, "The optimality conditions are missed by %.1e (rows), %.1e (gradient), %.1e",
                  residuals.primal, residuals.dual, residuals.complementarity);
-    finish(kUnfinished, NLRA_STOP_NONE, measured ? &result : nullptr);
-}
-
-const char* status_text(int status) {
-    static const char* const texts[] = {"not started",        "locally optimal", "globally optimal",
-                                        "locally infeasible", "infeasible",      "unbounded",
-                                        "unfinished"};
-    return texts[status];
+    finish(NSLP_UNFINISHED, NLRA_STOP_NONE, measured ? &result : nullptr);
 }
 
 }  // namespace
 
-void optimize_nonlinear(nslp_problem& problem, const char* /*flags*/) {
-    Monitor monitor(*problem.base);
-    problem.base->drop_solutions();
-    require_continuous(problem.base->model);
-    log_header(*problem.base, monitor);
-    try {
-        NlpSolve(problem, monitor).run();
-    } catch (const UserFunctionFailed&) {
-        problem.result = {};
-        problem.result.status = kUnfinished;
-        problem.result.stop = NLRA_STOP_USER;
-        fail(NLRA_ERROR_STATE, "a user function failed");
-    }
-    problem.base->info.seconds = monitor.elapsed();
-    monitor.log(1, "Nonlinear problem: %s, objective %.10g, %ld iterations, %.2f s",
-                status_text(problem.result.status), problem.result.solution.objective,
-                problem.result.iterations, monitor.elapsed());
+void solve_nlp_locally(nslp_problem& problem, Monitor& monitor) {
+    NlpSolve(problem, monitor).run();
 }
 
 }  // namespace nlra

@@ -1,5 +1,5 @@
-// Solving a model with formulas by the interior point method: a local optimum, which is a global
-// one where the model is proven convex.
+// Solving a continuous model with formulas by the interior point method: a local optimum, which is
+// a global one where the model is proven convex.
 #pragma once
 
 #include "api/nonlinear_problem.hpp"
@@ -7,8 +7,7 @@
 
 namespace nlra {
 
-// Fills in the problem's result. Throws Error NLRA_ERROR_UNSUPPORTED for models with discrete
-// parts, and what user functions threw.
-void optimize_nonlinear(nslp_problem& problem, const char* flags);
+// Fills in the problem's result. Throws what user functions threw.
+void solve_nlp_locally(nslp_problem& problem, Monitor& monitor);
 
 }  // namespace nlra

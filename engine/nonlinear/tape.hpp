@@ -50,6 +50,7 @@ class Tape {
   private:
     void plan_jacobian();
     void move_to(const double* x, int level);
+    PiecewiseValue piecewise(double function, double x) const;
     void compute_values();
     void compute_first();
     void compute_second();

@@ -6,6 +6,11 @@
 
 namespace nlra {
 
+PiecewiseValue Tape::piecewise(double function, double x) const {
+    const int* const points = plan_.points_begin.data() + static_cast<int>(function);
+    return piecewise_at(plan_.points.data() + points[0], points[1] - points[0], x);
+}
+
 void Tape::compute_values() {
     double* const value = value_.data();
     size_t next_call = 0;
@@ -52,10 +57,7 @@ void Tape::compute_values() {
                 break;
             case Op::kPiecewise:
                 for (int k = 0; k < count; ++k) {
-                    const int* points = plan_.points_begin.data() + static_cast<int>(param[k]);
-                    out[k] = piecewise_at(plan_.points.data() + points[0], points[1] - points[0],
-                                          value[args[k]])
-                                 .value;
+                    out[k] = piecewise(param[k], value[args[k]]).value;
                 }
                 break;
             case Op::kCall:
@@ -119,10 +121,7 @@ void Tape::compute_first() {
                 break;
             case Op::kPiecewise:
                 for (int k = 0; k < count; ++k) {
-                    const int* points = plan_.points_begin.data() + static_cast<int>(param[k]);
-                    out[k] = piecewise_at(plan_.points.data() + points[0], points[1] - points[0],
-                                          value[args[k]])
-                                 .slope;
+                    out[k] = piecewise(param[k], value[args[k]]).slope;
                 }
                 break;
             case Op::kCall:

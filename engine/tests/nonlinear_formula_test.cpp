@@ -100,7 +100,6 @@ TEST("nonlinear: malformed formulas are refused and leave the graph alone") {
     Tokens good = tokens(column(0));
     CHECK_THROWS(roots.add({good.piece(nan)}), nlra::Error);
     CHECK_THROWS(roots.add({good.piece(1.0, 3)}), nlra::Error);
-    CHECK_THROWS(roots.replace(kept, {good.piece(1.0, 3)}), nlra::Error);
     CHECK_THROWS(nlra::check_formula(good.types.data(), good.values.data(), 1, roots.scope()),
                  nlra::Error);
     CHECK(nlra::check_formula(good.types.data(), good.values.data(), 2, roots.scope()) == 1);
@@ -169,42 +168,4 @@ TEST("nonlinear: long chains take linear time and no stack") {
             }
         }
     }
-}
-
-TEST("nonlinear: functions are replaced, removed and renumbered") {
-    FormulaRoots roots;
-    roots.set_columns(4);
-    Wavy wavy(true);
-    roots.add_function(&wavy);
-    const Ptr x = column(0);
-    const Ptr y = column(1);
-    const Ptr z = column(2);
-    const Ptr shared = applied(nlra::kFunctionExp, {x * y + z});
-    const Ptr all[] = {
-        shared * z + x * z + power(z, 3.0) / (x + constant(2.0)) - y,
-        applied(nlra::kFunctionMax, {shared, x, constant(1.0)}) + call(0, {y, x}),
-        applied(nlra::kFunctionPiecewise,
-                {x + y, constant(0), constant(0), constant(1), constant(2)}),
-        power(z, 1.7) + power(y + constant(1.5), z) + constant(2.0) / z + constant(1.0) / y};
-    for (const Ptr& expression : all) add(roots, expression);
-    const double values[] = {0.3, 0.0, 1.2, 9.0};
-    // Column 1 goes, 0 and 2 change places, 3 stays.
-    roots.renumber_columns({2, -1, 0, 1}, 3);
-    const std::vector<double> moved = {values[2], values[3], values[0]};
-    for (int root = 0; root < 3; ++root) {
-        CHECK_NEAR(value_of(roots, root, moved), evaluate(all[root], values).value, 1e-12);
-    }
-    CHECK(std::isnan(value_of(roots, 3, moved)));  // 1 / y
-    CHECK(roots.parts(0).quadratic == (std::vector<nlra::QuadTerm>{{0, 2, 1.0}}));
-
-    // Numbers of removed roots are used again; abandoned nodes do not pile up.
-    roots.remove(3);
-    CHECK(add(roots, power(column(0), 1.7)) == 3);
-    for (int i = 0; i < 20000; ++i) {
-        const Tokens next = tokens(applied(nlra::kFunctionSin, {constant(1.0 + i) * column(1)}));
-        roots.replace(3, {next.piece()});
-    }
-    CHECK(roots.graph().size() < 10000);
-    CHECK_NEAR(value_of(roots, 3, moved), std::sin(20000 * moved[1]), 1e-9);
-    CHECK_NEAR(value_of(roots, 0, moved), evaluate(all[0], values).value, 1e-12);
 }
