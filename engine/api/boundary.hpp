@@ -72,6 +72,8 @@ int call(nslp_problem* problem, const char* function, Access access, Body&& body
     return guarded(problem != nullptr ? problem->error : environment().error, function, [&] {
         require_usable(problem);
         const Hold hold(*problem->base, access);
+        // The last error of both is that of the later call.
+        problem->base->error.clear();
         body(*problem);
     });
 }

@@ -84,6 +84,11 @@ const ControlList& interior_list() {
     return list;
 }
 
+// The values of the list that an identifier belongs to.
+Params& controls_with(nslp_problem& problem, int id) {
+    return problem.interior.has(id) ? problem.interior : problem.controls;
+}
+
 int type_code(int type) { return type == NLRA_TYPE_STRING ? 4 : type == NLRA_TYPE_DOUBLE ? 2 : 1; }
 
 }  // namespace
@@ -94,37 +99,37 @@ using namespace nlra;
 int NSLPgetintcontrol(NSLPprob prob, int id, int* value) {
     return call(prob, __func__, Access::kPeek, [&](nslp_problem& problem) {
         check_array("value", value, 1);
-        *value = static_cast<int>(problem.controls.get_int(id));
+        *value = static_cast<int>(controls_with(problem, id).get_int(id));
     });
 }
 
 int NSLPgetdblcontrol(NSLPprob prob, int id, double* value) {
     return call(prob, __func__, Access::kPeek, [&](nslp_problem& problem) {
         check_array("value", value, 1);
-        *value = problem.controls.get_double(id);
+        *value = controls_with(problem, id).get_double(id);
     });
 }
 
 int NSLPgetstrcontrol(NSLPprob prob, int id, char* value, int maxbytes, int* nbytes) {
     return call(prob, __func__, Access::kPeek, [&](nslp_problem& problem) {
-        put_text(problem.controls.get_string(id), value, maxbytes, nbytes);
+        put_text(controls_with(problem, id).get_string(id), value, maxbytes, nbytes);
     });
 }
 
 int NSLPsetintcontrol(NSLPprob prob, int id, int value) {
     return call(prob, __func__, Access::kChange,
-                [&](nslp_problem& problem) { problem.controls.set_int(id, value); });
+                [&](nslp_problem& problem) { controls_with(problem, id).set_int(id, value); });
 }
 
 int NSLPsetdblcontrol(NSLPprob prob, int id, double value) {
     return call(prob, __func__, Access::kChange,
-                [&](nslp_problem& problem) { problem.controls.set_double(id, value); });
+                [&](nslp_problem& problem) { controls_with(problem, id).set_double(id, value); });
 }
 
 int NSLPsetstrcontrol(NSLPprob prob, int id, const char* value) {
     return call(prob, __func__, Access::kChange, [&](nslp_problem& problem) {
         check_array("value", value, 1);
-        problem.controls.set_string(id, value);
+        controls_with(problem, id).set_string(id, value);
     });
 }
 

@@ -1,28 +1,45 @@
 // Formulas, user functions and starting values of nonlinear problems.
-#include <limits>
+#include <map>
 
 #include "api/boundary.hpp"
-#include "api/checks.hpp"
-#include "nonlinear/formula_parser.hpp"
+#include "api/formula_arguments.hpp"
 #include "nonlinear/user_function.hpp"
+#include "store/make_room.hpp"
 
 namespace nlra {
 namespace {
 
-constexpr int kObjective = -1;
-
-void check_row(const char* name, int index, const Model& model) {
-    if (index != kObjective) check_index(name, index, model.rows(), Kind::kRow);
+Coefficient read_ith(int i, const int* colindex, const double* factor, const int* fstart,
+                     const int* type, const double* value, const FormulaScope& scope) {
+    if (fstart[i] < 0) fail(NLRA_ERROR_ARGUMENT, "fstart[%d] = %d is negative", i, fstart[i]);
+    Coefficient made = read_coefficient(type + fstart[i], value + fstart[i], scope);
+    made.factor = factor != nullptr ? factor[i] : 1.0;
+    made.column = colindex != nullptr ? colindex[i] : -1;
+    if (made.column != -1) check_index("colindex", made.column, scope.columns, Kind::kColumn);
+    return made;
 }
 
-// The tokens up to the end token, which must be there.
-Coefficient read_coefficient(const int* type, const double* value, const FormulaScope& scope) {
-    const size_t tokens =
-        check_formula(type, value, static_cast<size_t>(std::numeric_limits<int>::max()), scope);
-    Coefficient result;
-    result.types.assign(type, type + tokens);
-    result.values.assign(value, value + tokens);
-    return result;
+// All of them or, when there is no memory, none. By row, -1 standing for the objective.
+void append(Formulas& formulas, std::map<int, Formula> added) {
+    const auto find = [&](int row) -> Formula* {
+        if (row == kObjectiveRow) return &formulas.objective;
+        const auto found = formulas.rows.find(row);
+        return found != formulas.rows.end() ? &found->second : nullptr;
+    };
+    for (const auto& [row, pieces] : added) {
+        if (Formula* const present = find(row)) {
+            make_room(*present, static_cast<int64_t>(pieces.size()));
+        }
+    }
+    while (!added.empty()) {
+        const auto first = added.begin();
+        if (Formula* const present = find(first->first)) {
+            for (Coefficient& piece : first->second) present->push_back(std::move(piece));
+            added.erase(first);
+        } else {
+            formulas.rows.insert(added.extract(first));
+        }
+    }
 }
 
 }  // namespace
@@ -40,27 +57,16 @@ int NSLPaddcoefs(NSLPprob prob, int n, const int* rowindex, const int* colindex,
         check_array("fstart", fstart, n);
         check_array("type", type, n);
         check_array("value", value, n);
-        if (parsed != 1) {
-            fail(NLRA_ERROR_ARGUMENT, "parsed = %d: only parsed formulas (1) are read", parsed);
-        }
+        check_parsed(parsed);
+        if (factor != nullptr) check_finite("factor", factor, n);
         const CalledFunctions functions(model.formulas);
         const FormulaScope scope{model.cols(), &functions.functions()};
-        std::vector<Coefficient> made;
-        made.reserve(static_cast<size_t>(n));
+        std::map<int, Formula> added;
         for (int i = 0; i < n; ++i) {
-            check_row("rowindex", rowindex[i], model);
-            Coefficient c = read_coefficient(type + fstart[i], value + fstart[i], scope);
-            c.factor = factor != nullptr ? factor[i] : 1.0;
-            c.column = colindex != nullptr ? colindex[i] : -1;
-            if (c.column != -1) check_index("colindex", c.column, model.cols(), Kind::kColumn);
-            check_finite("factor", &c.factor, 1);
-            made.push_back(std::move(c));
+            check_formula_row("rowindex", rowindex[i], model);
+            added[rowindex[i]].push_back(read_ith(i, colindex, factor, fstart, type, value, scope));
         }
-        for (int i = 0; i < n; ++i) {
-            Formula& formula = rowindex[i] == kObjective ? model.formulas.objective
-                                                         : model.formulas.rows[rowindex[i]];
-            formula.push_back(std::move(made[i]));
-        }
+        append(model.formulas, std::move(added));
         if (n > 0) problem.base->drop_solutions();
     });
 }
@@ -70,9 +76,9 @@ int NSLPdelcoefs(NSLPprob prob, int n, const int* rowindex) {
         Model& model = problem.base->model;
         check_count("n", n);
         check_array("rowindex", rowindex, n);
-        for (int i = 0; i < n; ++i) check_row("rowindex", rowindex[i], model);
+        for (int i = 0; i < n; ++i) check_formula_row("rowindex", rowindex[i], model);
         for (int i = 0; i < n; ++i) {
-            if (rowindex[i] == kObjective) {
+            if (rowindex[i] == kObjectiveRow) {
                 model.formulas.objective.clear();
             } else {
                 model.formulas.rows.erase(rowindex[i]);
@@ -85,7 +91,7 @@ int NSLPdelcoefs(NSLPprob prob, int n, const int* rowindex) {
 int NSLPchgformula(NSLPprob prob, int rowindex, const int* type, const double* value) {
     return call(prob, __func__, Access::kChange, [&](nslp_problem& problem) {
         Model& model = problem.base->model;
-        check_row("rowindex", rowindex, model);
+        check_formula_row("rowindex", rowindex, model);
         Formula formula;
         if (type != nullptr) {
             check_array("value", value, 1);
@@ -93,7 +99,7 @@ int NSLPchgformula(NSLPprob prob, int rowindex, const int* type, const double* v
             formula.push_back(
                 read_coefficient(type, value, {model.cols(), &functions.functions()}));
         }
-        if (rowindex == kObjective) {
+        if (rowindex == kObjectiveRow) {
             model.formulas.objective.swap(formula);
         } else if (formula.empty()) {
             model.formulas.rows.erase(rowindex);
@@ -137,5 +143,6 @@ int NSLPsetinitialvalues(NSLPprob prob, int n, const int* colindex, const double
         check_indices("colindex", colindex, n, model.cols(), Kind::kColumn);
         check_finite("value", value, n);
         for (int i = 0; i < n; ++i) model.formulas.start[colindex[i]] = value[i];
+        if (n > 0) model.formulas.last = LastPoint();
     });
 }

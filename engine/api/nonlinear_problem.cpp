@@ -8,7 +8,9 @@
 #include "api/text_out.hpp"
 
 nslp_problem::nslp_problem(nlra_problem& beneath)
-    : base(&beneath), controls(nlra::nonlinear_control_table()) {}
+    : base(&beneath),
+      controls(nlra::nonlinear_control_table()),
+      interior(nlra::interior_control_table()) {}
 
 using namespace nlra;
 
@@ -65,8 +67,10 @@ int NSLPcopyprob(NSLPprob dest, NSLPprob source, const char* name) {
 int NSLPcopycontrols(NSLPprob dest, NSLPprob source) {
     return call(dest, __func__, Access::kChange, [&](nslp_problem& to) {
         require_usable(source);
-        Params copy = source->controls;
-        to.controls = std::move(copy);
+        Params controls = source->controls;
+        Params interior = source->interior;
+        to.controls = std::move(controls);
+        to.interior = std::move(interior);
     });
 }
 

@@ -2,6 +2,7 @@
 // freed by api/nonlinear_problem.cpp only.
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "api/last_error.hpp"
@@ -14,6 +15,7 @@ struct nslp_problem {
 
     nlra_problem* base;  // null once that problem has been destroyed
     nlra::Params controls;
+    nlra::Params interior;  // those of the interior point method
     nlra::ErrorSlot error;
     std::string name;
     NSLPmessagecb message_callback = nullptr;
@@ -25,6 +27,7 @@ struct nslp_problem {
         int stop = 0;    // NLRA_STOP_...
         long iterations = 0;
         nlra::Solution solution;
+        std::map<int, double> values;  // by column: given by the user in place of the solution's
     };
     Result result;
 };

@@ -39,13 +39,22 @@ void combine_terms(std::vector<QuadTerm>& terms) {
 
 bool Draft::add_col(std::string_view colname) {
     if (!cols.add(colname)) return false;
+    add_col_data();
+    return true;
+}
+
+void Draft::add_unnamed_col() {
+    cols.add_unnamed();
+    add_col_data();
+}
+
+void Draft::add_col_data() {
     obj.push_back(0.0);
     lower.push_back(0.0);
     upper.push_back(kInfinity);
     limit.push_back(0.0);
     coltype.push_back('C');
     marks.push_back(0);
-    return true;
 }
 
 bool Draft::give(std::vector<double>& side, Mark given, int col, double bound,

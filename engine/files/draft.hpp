@@ -74,6 +74,8 @@ struct Draft {
 
     // Append a continuous column with bounds 0 and infinity; false when the name is there already.
     bool add_col(std::string_view colname);
+    // The same without a name.
+    void add_unnamed_col();
     // Give a bound. False when the file gave another value for the same bound before.
     bool set_lower(int col, double bound);
     bool set_upper(int col, double bound);
@@ -94,6 +96,7 @@ struct Draft {
     void finish(Model& model, const Source& source);
 
   private:
+    void add_col_data();
     bool give(std::vector<double>& side, Mark given, int col, double bound, unsigned char leaves);
     // What the types of columns mean for bounds that the file did not give.
     void settle_columns();

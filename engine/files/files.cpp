@@ -6,6 +6,7 @@
 
 #include "files/lp.hpp"
 #include "files/mps.hpp"
+#include "files/nonlinear.hpp"
 #include "files/output.hpp"
 #include "files/source.hpp"
 #include "files/text.hpp"
@@ -16,7 +17,14 @@ namespace nlra {
 
 namespace {
 
-enum class Format { kUnknown, kMps, kLp };
+enum class Format { kUnknown, kMps, kLp, kNonlinear };
+
+struct Ending {
+    std::string_view text;
+    Format format;
+};
+constexpr Ending kEndings[] = {
+    {".mps", Format::kMps}, {".lp", Format::kLp}, {".nlm", Format::kNonlinear}};
 
 struct Choice {
     Format format = Format::kUnknown;
@@ -31,35 +39,52 @@ bool cut_ending(std::string_view& name, std::string_view ending) {
     return true;
 }
 
+Choice by_name(std::string_view name) {
+    Choice choice;
+    choice.compressed = cut_ending(name, ".gz");
+    for (const Ending& ending : kEndings) {
+        if (!cut_ending(name, ending.text)) continue;
+        choice.format = ending.format;
+        break;
+    }
+    return choice;
+}
+
+// The options that stand for a format exclude each other.
+void choose_format(Choice& choice, char& chosen, char option, Format format) {
+    if (chosen != '\0' && chosen != option) {
+        fail(
+            NLRA_ERROR_ARGUMENT,
+            "the options g (nonlinear models), l (LP format) and x (fixed MPS) exclude each other");
+    }
+    chosen = option;
+    choice.format = format;
+}
+
 Choice choose(const std::string& filename, const std::string& options) {
     if (filename.empty()) fail(NLRA_ERROR_ARGUMENT, "the file name is empty");
-    Choice choice;
-    std::string_view name = filename;
-    choice.compressed = cut_ending(name, ".gz");
-    if (cut_ending(name, ".mps")) choice.format = Format::kMps;
-    if (cut_ending(name, ".lp")) choice.format = Format::kLp;
-    bool lp = false;
+    Choice choice = by_name(filename);
+    char chosen = '\0';
     for (char option : options) {
         switch (option) {
+            case 'g':
+                choose_format(choice, chosen, option, Format::kNonlinear);
+                break;
             case 'l':
-                lp = true;
+                choose_format(choice, chosen, option, Format::kLp);
+                break;
+            case 'x':
+                choose_format(choice, chosen, option, Format::kMps);
+                choice.fixed = true;
                 break;
             case 'z':
                 choice.compressed = true;
                 break;
-            case 'x':
-                choice.fixed = true;
-                break;
             default:
-                fail(NLRA_ERROR_ARGUMENT, "unknown option '%c' for files; known are l, x and z",
+                fail(NLRA_ERROR_ARGUMENT, "unknown option '%c' for files; known are g, l, x and z",
                      option);
         }
     }
-    if (lp && choice.fixed) {
-        fail(NLRA_ERROR_ARGUMENT, "the options l (LP format) and x (fixed MPS) exclude each other");
-    }
-    if (lp) choice.format = Format::kLp;
-    if (choice.fixed) choice.format = Format::kMps;
     return choice;
 }
 
@@ -70,20 +95,21 @@ bool is_file(const std::string& name) {
 
 // A name without a known ending may stand for one with it.
 std::string find_file(const std::string& filename, const Choice& choice) {
-    std::string_view name = filename;
-    const bool has_ending =
-        cut_ending(name, ".gz") || cut_ending(name, ".mps") || cut_ending(name, ".lp");
-    if (has_ending || is_file(filename)) return filename;
-    for (const char* ending : {".mps", ".lp", ".mps.gz", ".lp.gz"}) {
-        const bool lp = ending[1] == 'l';
-        if (choice.format != Format::kUnknown && lp != (choice.format == Format::kLp)) continue;
-        if (is_file(filename + ending)) return filename + ending;
+    const Choice named = by_name(filename);
+    if (named.format != Format::kUnknown || named.compressed || is_file(filename)) return filename;
+    for (const char* compressed : {"", ".gz"}) {
+        for (const Ending& ending : kEndings) {
+            if (choice.format != Format::kUnknown && choice.format != ending.format) continue;
+            std::string candidate = filename + std::string(ending.text) + compressed;
+            if (is_file(candidate)) return candidate;
+        }
     }
     return filename;
 }
 
 // An LP file begins with its objective, an MPS file with some section.
 Format sniff(const Source& source) {
+    if (is_nonlinear_file(source)) return Format::kNonlinear;
     const char* at = source.begin();
     while (at < source.end()) {
         if (is_blank(*at)) {
@@ -109,9 +135,13 @@ Format sniff(const Source& source) {
 void read_model(Model& model, const std::string& filename, const std::string& options) {
     const Choice choice = choose(filename, options);
     const Source source = Source::load(find_file(filename, choice));
-    const Format format =
-        choice.format == Format::kUnknown ? choose(source.filename(), "").format : choice.format;
-    if ((format == Format::kUnknown ? sniff(source) : format) == Format::kLp) {
+    Format format =
+        choice.format == Format::kUnknown ? by_name(source.filename()).format : choice.format;
+    // Nonlinear models may be under any name: no other format can hold them.
+    if (format == Format::kUnknown || is_nonlinear_file(source)) format = sniff(source);
+    if (format == Format::kNonlinear) {
+        read_nonlinear(model, source);
+    } else if (format == Format::kLp) {
         read_lp(model, source);
     } else {
         read_mps(model, source, choice.fixed);
@@ -120,11 +150,13 @@ void read_model(Model& model, const std::string& filename, const std::string& op
 
 void write_model(const Model& model, const std::string& filename, const std::string& options) {
     const Choice choice = choose(filename, options);
-    if (!model.formulas.empty()) {
+    if (!model.formulas.empty() && choice.format != Format::kNonlinear) {
         fail(NLRA_ERROR_UNSUPPORTED, "MPS and LP files cannot hold nonlinear formulas");
     }
     FileOutput output(filename, choice.compressed);
-    if (choice.format == Format::kLp) {
+    if (choice.format == Format::kNonlinear) {
+        write_nonlinear(model, output);
+    } else if (choice.format == Format::kLp) {
         write_lp(model, output);
     } else {
         write_mps(model, output, choice.fixed);

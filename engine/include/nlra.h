@@ -289,10 +289,12 @@ NLRA_API int NLRAgetindicators(NLRAprob prob, int* colind, int* complement, int 
 
 /* ---- files ------------------------------------------------------------------------------ */
 
-/* The name's ending decides: .mps or none: MPS, .lp: LP; a further .gz: compressed. Without an
- * ending the name as given, then with .mps, .lp, .mps.gz and .lp.gz is tried. Options: 'l' LP
- * format whatever the name; 'z' compressed; 'x' fixed-column MPS when writing. The problem's
- * model is replaced, or unchanged after an error. The error text begins "file:line: ". */
+/* The name's ending decides: .mps or none: MPS, .lp: LP, .nlm: nonlinear models (which are also
+ * known by their content); a further .gz: compressed. For reading, the name without an ending as
+ * given, then with .mps, .lp, .nlm and these with .gz is tried. Options: 'l' LP format, 'g' that of
+ * nonlinear models whatever the name; 'z' compressed; 'x' fixed-column MPS. The problem's model is
+ * replaced, or unchanged after an error. The error text begins "file:line: ". A file with formulas
+ * gives NLRA_ERROR_UNSUPPORTED: NSLPreadprob reads it. */
 NLRA_API int NLRAreadprob(NLRAprob prob, const char* filename, const char* options);
 NLRA_API int NLRAwriteprob(NLRAprob prob, const char* filename, const char* options);
 

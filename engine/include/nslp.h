@@ -92,13 +92,15 @@ enum {
 /* Add n coefficients: factor[i] times column colindex[i] (-1: times 1) times the formula that
  * begins at token fstart[i] is added to row rowindex[i], or to the objective where that is -1. A
  * null colindex stands for -1s, a null factor for 1s. parsed must be 1. The formulas are checked
- * as a whole before anything changes. */
+ * as a whole before anything changes. No length of type and value is given: fstart must point
+ * into them, and each formula is read up to its end token, which must be there. */
 NLRA_API int NSLPaddcoefs(NSLPprob prob, int n, const int* rowindex, const int* colindex,
                           const double* factor, const int* fstart, int parsed, const int* type,
                           const double* value);
 /* Remove all coefficients of the rows given, -1 standing for the objective. */
 NLRA_API int NSLPdelcoefs(NSLPprob prob, int n, const int* rowindex);
-/* Put one formula in place of all that a row has, or the objective (-1). Null types: none. */
+/* Put one formula in place of all that a row has, or the objective (-1). Null types: none. The
+ * formula is read up to its end token. */
 NLRA_API int NSLPchgformula(NSLPprob prob, int rowindex, const int* type, const double* value);
 
 /* A user function computes *value, and where derivatives is not null the partial derivatives by
@@ -111,13 +113,69 @@ NLRA_API int NSLPadduserfunction(NSLPprob prob, const char* name, NSLPuserfuncti
                                  void* object, int arguments, int derivatives, int* index);
 NLRA_API int NSLPgetuserfuncobject(NSLPprob prob, int index, void** object);
 
-/* Starting values of columns; the next solve begins there, as far as the bounds allow. */
+/* Starting values of columns; the next solve begins there, as far as the bounds allow. Solves after
+ * it begin where the one before them ended, until values are set again. */
 NLRA_API int NSLPsetinitialvalues(NSLPprob prob, int n, const int* colindex, const double* value);
 
+/* What is known about a column. The fields from detrow to vartype are those of methods that solve a
+ * sequence of linear problems, in the usual order; where the interior point method has nothing like
+ * it, they tell what it does instead. */
+typedef struct {
+    int detrow;           /* row that determines the column: -1, none */
+    double initstepbound; /* bound of a step: 1e+20, none */
+    double stepbound;     /* likewise */
+    double penalty;       /* for keeping to step bounds: 0 */
+    double damp;          /* share of a step that is taken: 1 */
+    double initvalue;     /* starting value, 0 where none was given */
+    double value;         /* at the present point, see NSLPevaluateformula */
+    int tolset;           /* set of tolerances of its own: 0, none */
+    int history;          /* iterations that it has been converged: 0, not counted */
+    int converged;        /* 1 after a solve that ended with a solution, else 0 */
+    int vartype;          /* 0 for a continuous column, else 1 */
+    int started;          /* 1 if a starting value was given, else 0 */
+    int fixed;            /* 1 if the bounds are equal, else 0 */
+    int atbound;          /* -1 if value is at the lower bound, 1 if at the upper one, else 0 */
+    double dj;            /* reduced cost in the last nonlinear solution, 0 without one */
+} NSLPvarinfo;
+NLRA_API int NSLPgetvar(NSLPprob prob, int colindex, NSLPvarinfo* info);
+/* Set a column's starting value, as NSLPsetinitialvalues does, and its value at the present point,
+ * which stays until the next solve or change of the problem. Null leaves a value as it is. */
+NLRA_API int NSLPchgvar(NSLPprob prob, int colindex, const double* initvalue, const double* value);
+
+/* ---- Evaluating -------------------------------------------------------------------------------
+ * The present point is the solution of the last nonlinear solve; without one, or after a change of
+ * the problem, it is made of the starting values, where there are none of zeros or the bounds next
+ * to them. NSLPchgvar can move it. A formula that is not defined there is an error. */
+
+/* The value of a parsed formula (parsed must be 1), which is read up to its end token. */
+NLRA_API int NSLPevaluateformula(NSLPprob prob, int parsed, const int* type, const double* value,
+                                 double* result);
+/* The value of what stands before a column in a row, or in the objective (-1): the sum of factor
+ * times formula over the coefficients that were added with this colindex (-1: without a column). */
+NLRA_API int NSLPevaluatecoef(NSLPprob prob, int rowindex, int colindex, double* result);
+/* Log by how much the last nonlinear solution violates rows, bounds, integrality and sets, computed
+ * anew: the largest absolute violation and where it is, the largest one relative to the side that
+ * is missed, the sum. */
+NLRA_API int NSLPvalidate(NSLPprob prob);
+/* The same for any point (a value per column): sum of the absolute violations, the largest one, the
+ * objective. Null pointers are skipped. */
+NLRA_API int NSLPvalidatevector(NSLPprob prob, const double* vector, double* sum, double* largest,
+                                double* objective);
+
+/* ---- Files ------------------------------------------------------------------------------------
+ * Files of nonlinear models hold everything but solutions and user functions. */
+
+/* As NLRAreadprob, and files with formulas as well. */
+NLRA_API int NSLPreadprob(NSLPprob prob, const char* filename, const char* flags);
+/* Write the format of nonlinear models, whatever the name's ending, but .gz: compressed. Flag: 'z'
+ * compressed. NLRA_ERROR_UNSUPPORTED when a formula calls a user function. */
+NLRA_API int NSLPwriteprob(NSLPprob prob, const char* filename, const char* flags);
+
 /* ---- Solving ----------------------------------------------------------------------------------
- * Solve the problem with its formulas by an interior point method. No flag has a meaning yet but
- * "g", which allows columns that are not continuous. A return of 0 means that the solve ended in
- * an orderly way; NSLP_STATUS tells the outcome. */
+ * Solve the problem with its formulas: exactly, as a linear or mixed integer problem, where they
+ * are piecewise linear, otherwise by an interior point method. No flag has a meaning yet but "g",
+ * which allows columns that are not continuous. A return of 0 means that the solve ended in an
+ * orderly way; NSLP_STATUS tells the outcome. */
 NLRA_API int NSLPnlpoptimize(NSLPprob prob, const char* flags);
 /* As NLRAgetlpsol, of the last nonlinear solve. */
 NLRA_API int NSLPgetslpsol(NSLPprob prob, double* x, double* slack, double* dual, double* dj);

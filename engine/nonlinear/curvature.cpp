@@ -202,16 +202,35 @@ CurvatureAnalysis::CurvatureAnalysis(const Graph& graph, const double* lower, co
     }
 }
 
+Interval CurvatureAnalysis::range_of_column(int column) const {
+    const double low = lower_[column], high = upper_[column];
+    return {low <= -kInfinity ? -kUnbounded : low, high >= kInfinity ? kUnbounded : high};
+}
+
+Interval CurvatureAnalysis::range(const RootParts& parts) const {
+    Interval sum{parts.constant, parts.constant};
+    const auto add = [&](double factor, const Interval& range) {
+        const Interval term = multiply({factor, factor}, range);
+        sum = {sum.low + term.low, sum.high + term.high};
+    };
+    for (const LinearTerm& term : parts.linear) add(term.value, range_of_column(term.col));
+    for (const QuadTerm& term : parts.quadratic) {
+        const Interval first = range_of_column(term.col1);
+        add(term.value, term.col1 == term.col2 ? power_range(2.0, first)
+                                               : multiply(first, range_of_column(term.col2)));
+    }
+    for (const Entry& term : parts.rest) add(term.value, range_[term.node]);
+    // Also where infinities have cancelled.
+    return std::isnan(sum.low) || std::isnan(sum.high) ? kEverything : sum;
+}
+
 Interval CurvatureAnalysis::range_of(const Node& node) const {
     const Entry* entries = node.has_entries() ? graph_.entries(node) : nullptr;
     switch (node.op) {
         case Op::kConstant:
             return {node.param, node.param};
-        case Op::kColumn: {
-            const double low = lower_[node.first];
-            const double high = upper_[node.first];
-            return {low <= -kInfinity ? -kUnbounded : low, high >= kInfinity ? kUnbounded : high};
-        }
+        case Op::kColumn:
+            return range_of_column(node.first);
         case Op::kSum: {
             Interval sum{node.param, node.param};
             for (int k = 0; k < node.second; ++k) {

@@ -35,12 +35,14 @@ class CurvatureAnalysis {
     Shape shape(const RootParts& parts, const StopPoll& poll = {}) const;
     // Contains all values within the bounds.
     Interval range(int node) const { return range_[node]; }
+    Interval range(const RootParts& parts) const;
 
   private:
     Interval range_of(const Node& node) const;
     Shape shape_of(const Node& node) const;
     Shape shape_of_product(const Node& node) const;
     Shape shape_of_quotient(const Node& node) const;
+    Interval range_of_column(int column) const;
     bool is_fixed(int node) const { return range_[node].low == range_[node].high; }
 
     const Graph& graph_;

@@ -120,21 +120,47 @@ void set_option(const Problem& problem, const char* name, int value) {
     }
 }
 
+// How far a warm start is moved off the bounds, and the barrier parameter that goes with it. The
+// defaults, 1e-3 and 0.1, give most of a warm start away; much smaller ones make changed problems
+// take longer than a cold start.
+constexpr double kWarmStartPush = 1e-5;
+constexpr double kWarmStartBarrier = 1e-4;
+
+// Approximate minimum degree; minimum fill for large systems. METIS is not there.
+int mumps_pivot_order(PivotOrder wanted, int size) {
+    constexpr int kDegree = 0, kFill = 2, kQuasiDense = 6;
+    switch (wanted) {
+        case PivotOrder::kMinimumDegree:
+            return kDegree;
+        case PivotOrder::kMinimumFill:
+            return kFill;
+        case PivotOrder::kQuasiDense:
+            return kQuasiDense;
+        case PivotOrder::kBySize:
+            break;
+    }
+    return size > 5000 ? kFill : kDegree;
+}
+
 void set_options(const Problem& problem, const NlpStructure& structure, const NlpOptions& options) {
     // Otherwise a file "ipopt.opt" in the working directory would be read.
     set_option(problem, "option_file_name", "");
     set_option(problem, "sb", "yes");
     set_option(problem, "print_level", 0);
     set_option(problem, "linear_solver", "mumps");
-    // Approximate minimum degree; minimum fill for large systems. METIS is not there.
-    const int size = structure.columns + structure.rows;
-    set_option(problem, "mumps_pivot_order", size > 5000 ? 2 : 0);
+    set_option(problem, "mumps_pivot_order",
+               mumps_pivot_order(options.pivot_order, structure.columns + structure.rows));
     set_option(problem, "tol", options.tolerance);
     set_option(problem, "max_iter", options.max_iterations);
     set_option(problem, "diverging_iterates_tol", options.divergence);
     set_option(problem, "bound_relax_factor", options.bound_relaxation);
     set_option(problem, "nlp_scaling_method", options.scaling ? "gradient-based" : "none");
-    if (!structure.has_hessian) set_option(problem, "hessian_approximation", "limited-memory");
+    set_option(problem, "bound_push", options.bound_push);
+    // The other limit of the push is a share of a column's range.
+    set_option(problem, "bound_frac", std::min(options.bound_push, 0.5));
+    if (!structure.has_hessian || !options.exact_hessian) {
+        set_option(problem, "hessian_approximation", "limited-memory");
+    }
     if (structure.linear_rows) {
         set_option(problem, "jac_c_constant", "yes");
         set_option(problem, "jac_d_constant", "yes");
@@ -142,7 +168,15 @@ void set_options(const Problem& problem, const NlpStructure& structure, const Nl
     if (structure.constant_hessian) set_option(problem, "hessian_constant", "yes");
     // Not "mehrotra_algorithm": Ipopt dereferences null in it as soon as it enters restoration.
     if (options.adaptive_barrier) set_option(problem, "mu_strategy", "adaptive");
-    if (options.warm_start) set_option(problem, "warm_start_init_point", "yes");
+    if (options.warm_start) {
+        set_option(problem, "warm_start_init_point", "yes");
+        for (const char* const push :
+             {"warm_start_bound_push", "warm_start_bound_frac", "warm_start_slack_bound_push",
+              "warm_start_slack_bound_frac", "warm_start_mult_bound_push"}) {
+            set_option(problem, push, kWarmStartPush);
+        }
+        set_option(problem, "mu_init", kWarmStartBarrier);
+    }
     if (options.initial_barrier > 0.0) set_option(problem, "mu_init", options.initial_barrier);
 }
 

@@ -61,6 +61,8 @@ struct NlpStart {
     const double* upper_multipliers = nullptr;
 };
 
+enum class PivotOrder { kBySize, kMinimumDegree, kMinimumFill, kQuasiDense };
+
 struct NlpOptions {
     double tolerance = 1e-8;  // of the scaled optimality conditions
     int max_iterations = 3000;
@@ -68,7 +70,10 @@ struct NlpOptions {
     bool warm_start = false;
     double initial_barrier = 0.0;  // 0: the solver's choice
     bool adaptive_barrier = false;
-    bool scaling = true;       // by gradients at the start
+    bool scaling = true;        // by gradients at the start
+    bool exact_hessian = true;  // where the structure has one
+    double bound_push = 1e-2;   // relative distance from its bounds that a cold start gets
+    PivotOrder pivot_order = PivotOrder::kBySize;
     double divergence = 1e20;  // a column beyond it ends the solve as diverging
 };
 

@@ -4,27 +4,13 @@
 #include <cmath>
 
 #include "nonlinear/curvature.hpp"
+#include "nonlinear/merge_equal.hpp"
 
 namespace nlra {
 
 namespace {
 
 constexpr int kObjective = -1;
-
-// Equal columns, or pairs of them, become one term.
-template <class Term, class Before>
-void merge(std::vector<Term>& terms, Before before) {
-    std::stable_sort(terms.begin(), terms.end(), before);
-    size_t kept = 0;
-    for (size_t i = 0; i < terms.size(); ++i) {
-        if (kept > 0 && !before(terms[kept - 1], terms[i])) {
-            terms[kept - 1].value += terms[i].value;
-        } else {
-            terms[kept++] = terms[i];
-        }
-    }
-    terms.resize(kept);
-}
 
 }  // namespace
 
@@ -108,9 +94,9 @@ void ModelFunctions::add_rows() {
 void ModelFunctions::plan() {
     std::vector<const RootParts*> parts;
     for (Root& root : roots_) {
-        merge(root.parts.linear,
-              [](const LinearTerm& a, const LinearTerm& b) { return a.col < b.col; });
-        merge(root.parts.quadratic, term_before);
+        merge_equal(root.parts.linear,
+                    [](const LinearTerm& a, const LinearTerm& b) { return a.col < b.col; });
+        merge_equal(root.parts.quadratic, term_before);
         parts.push_back(&root.parts);
     }
     tape_ = std::make_unique<Tape>(formulas_.graph(), parts, functions_.functions());
@@ -184,6 +170,7 @@ bool ModelFunctions::hessian(const double* x, double objective_factor, const dou
 }
 
 bool ModelFunctions::progress(const NlpProgress& progress) {
+    last_iteration_ = progress.iteration;
     if (progress.iteration % 20 == 0) {
         monitor_.log(1, "  Iter        Objective     Primal inf     Dual inf   Time");
     }
@@ -208,6 +195,16 @@ bool ModelFunctions::is_convex() const {
     } catch (const FactorizationStopped&) {
         return false;
     }
+}
+
+bool ModelFunctions::range_is_contradictory(double tolerance) const {
+    const CurvatureAnalysis analysis(formulas_.graph(), model_.lower.data(), model_.upper.data());
+    return std::any_of(roots_.begin() + 1, roots_.end(), [&](const Root& root) {
+        const Interval range = analysis.range(root.parts);
+        const double low = row_lower_[root.row], high = row_upper_[root.row];
+        return range.high < low - tolerance * std::max(1.0, std::fabs(low)) ||
+               range.low > high + tolerance * std::max(1.0, std::fabs(high));
+    });
 }
 
 }  // namespace nlra

@@ -32,9 +32,20 @@ class ModelFunctions : public NlpFunctions {
         double value;
     };
     const std::vector<ConstantRow>& constant_rows() const { return constant_rows_; }
+    // The objective, and the rows that are not linear, in this order; with all of their terms.
+    struct Root {
+        int row;  // here; -1 for the objective
+        RootParts parts;
+    };
+    const std::vector<Root>& roots() const { return roots_; }
+    const FormulaRoots& formulas() const { return formulas_; }
     double sense() const { return sense_; }
     // Whether the problem is proven to be convex, so that a local optimum is a global one.
     bool is_convex() const;
+    // Whether a row misses its bounds by more than a tolerance wherever the columns are within
+    // theirs.
+    bool range_is_contradictory(double tolerance) const;
+    int last_iteration() const { return last_iteration_; }
 
     bool objective(const double* x, double& value) override;
     bool gradient(const double* x, double* values) override;
@@ -45,11 +56,6 @@ class ModelFunctions : public NlpFunctions {
     bool progress(const NlpProgress& progress) override;
 
   private:
-    // The objective, and the rows that are not linear, in this order.
-    struct Root {
-        int row;  // here; -1 for the objective
-        RootParts parts;
-    };
     struct Coefficient {
         int row, col;
         double value;
@@ -74,6 +80,7 @@ class ModelFunctions : public NlpFunctions {
     std::unique_ptr<Tape> tape_;
 
     NlpStructure structure_;
+    int last_iteration_ = 0;
     std::vector<double> values_, jacobian_, weights_;  // by root; by the tape's entries; by root
 };
 

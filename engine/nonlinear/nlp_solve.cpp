@@ -2,136 +2,20 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+#include <utility>
 
 #include "api/problem.hpp"
 #include "nonlinear/nlp_functions.hpp"
+#include "nonlinear/nlp_judge.hpp"
+#include "nonlinear/nlp_options.hpp"
+#include "nonlinear/nlp_start.hpp"
+#include "nonlinear/nlp_verdicts.hpp"
+#include "nonlinear/stoppable_nlp.hpp"
 
 namespace nlra {
 
 namespace {
-
-// What the optimality conditions miss, each relative to the numbers that they are made of (the
-// scaling is that of Wächter and Biegler 2006).
-struct NlpResiduals {
-    double primal = 0.0;
-    double dual = 0.0;
-    double complementarity = 0.0;
-};
-
-class Judge {
-  public:
-    explicit Judge(ModelFunctions& functions)
-        : functions_(functions), structure_(functions.structure()) {}
-
-    // False where the functions are not defined. Moves x into its bounds.
-    bool measure(NlpResult& result, NlpResiduals& residuals);
-    const std::vector<double>& activity() const { return activity_; }
-
-  private:
-    ModelFunctions& functions_;
-    const NlpStructure& structure_;
-    std::vector<double> activity_, gradient_, jacobian_;
-};
-
-double violation(double value, double low, double high) {
-    const double below = low > -kInfinity ? (low - value) / std::max(1.0, std::fabs(low)) : 0.0;
-    const double above = high < kInfinity ? (value - high) / std::max(1.0, std::fabs(high)) : 0.0;
-    return std::max({0.0, below, above});
-}
-
-bool Judge::measure(NlpResult& result, NlpResiduals& residuals) {
-    const NlpBounds bounds = functions_.bounds();
-    const int n = structure_.columns, m = structure_.rows;
-    for (int j = 0; j < n; ++j) {
-        result.x[j] = std::clamp(result.x[j], bounds.lower[j], bounds.upper[j]);
-    }
-    const double* x = result.x.data();
-    activity_.resize(m);
-    gradient_.resize(n);
-    jacobian_.resize(structure_.jacobian_row.size());
-    if (!functions_.objective(x, result.objective) || !functions_.rows(x, activity_.data()) ||
-        !functions_.gradient(x, gradient_.data()) || !functions_.jacobian(x, jacobian_.data())) {
-        return false;
-    }
-    double sum = 0.0;
-    for (const double value : result.multipliers) sum += std::fabs(value);
-    for (int j = 0; j < n; ++j) {
-        sum += std::fabs(result.lower_multipliers[j]) + std::fabs(result.upper_multipliers[j]);
-    }
-    const double scale = std::max(1.0, sum / std::max(1, m + 2 * n) / 100.0);
-    // Products of multipliers and distances are parts of the objective's value.
-    const double value_scale = std::max(scale, std::min(std::fabs(result.objective), 1e6));
-    residuals = NlpResiduals();
-    for (int i = 0; i < m; ++i) {
-        residuals.primal = std::max(
-            residuals.primal, violation(activity_[i], bounds.row_lower[i], bounds.row_upper[i]));
-        const double y = result.multipliers[i];
-        const double side = y > 0.0 ? bounds.row_upper[i] : bounds.row_lower[i];
-        // A multiplier that pushes against a side that is not there counts in full.
-        const double gap = std::fabs(side) < kInfinity ? std::fabs(y * (side - activity_[i])) /
-                                                             std::max(1.0, std::fabs(side))
-                                                       : std::fabs(y);
-        residuals.complementarity = std::max(residuals.complementarity, gap / value_scale);
-    }
-    for (size_t k = 0; k < jacobian_.size(); ++k) {
-        gradient_[structure_.jacobian_col[k]] +=
-            jacobian_[k] * result.multipliers[structure_.jacobian_row[k]];
-    }
-    // Multipliers of bounds follow from the rest, which leaves their signs to be looked at.
-    for (int j = 0; j < n; ++j) {
-        const bool fixed = bounds.lower[j] == bounds.upper[j];
-        const double r = gradient_[j];
-        const double side = r > 0.0 ? bounds.lower[j] : bounds.upper[j];
-        result.lower_multipliers[j] = std::max(r, 0.0);
-        result.upper_multipliers[j] = std::max(-r, 0.0);
-        if (fixed) continue;
-        const double distance = std::fabs(side) < kInfinity
-                                    ? std::fabs(x[j] - side) / std::max(1.0, std::fabs(side))
-                                    : kInfinity;
-        residuals.dual = std::max(
-            residuals.dual, std::min(std::fabs(r) / scale, std::fabs(r) * distance / value_scale));
-    }
-    return std::isfinite(residuals.primal) && std::isfinite(residuals.dual) &&
-           std::isfinite(residuals.complementarity);
-}
-
-std::vector<double> start_point(const Model& model, Monitor& monitor) {
-    std::vector<double> x(static_cast<size_t>(model.cols()), 0.0);
-    for (const auto& [column, value] : model.formulas.start) x[column] = value;
-    int moved = 0;
-    for (int j = 0; j < model.cols(); ++j) {
-        const double inside = std::clamp(x[j], model.lower[j], model.upper[j]);
-        moved += inside != x[j] && model.formulas.start.count(j) != 0;
-        x[j] = inside;
-    }
-    if (moved > 0) monitor.log(1, "Moved %d starting values into their bounds", moved);
-    return x;
-}
-
-// Points to begin at where the functions are not defined at the one that was wanted.
-std::vector<double> other_start(const Model& model, std::vector<double> x, int trial) {
-    constexpr double kFractions[] = {0.6, 0.8, 0.95, 0.3};
-    for (int j = 0; j < model.cols(); ++j) {
-        const double low = model.lower[j], high = model.upper[j];
-        if (low > -kInfinity && high < kInfinity) {
-            x[j] = low + (high - low) * kFractions[trial];
-        } else {
-            x[j] = std::clamp(x[j] + trial + 1.0, low, high);
-        }
-    }
-    return x;
-}
-
-bool is_defined(ModelFunctions& functions, const std::vector<double>& x) {
-    double value;
-    const NlpStructure& structure = functions.structure();
-    std::vector<double> out(std::max<size_t>(
-        {x.size(), static_cast<size_t>(structure.rows), structure.jacobian_row.size()}));
-    return functions.objective(x.data(), value) && functions.rows(x.data(), out.data()) &&
-           functions.gradient(x.data(), out.data()) && functions.jacobian(x.data(), out.data()) &&
-           std::all_of(out.begin(), out.begin() + functions.structure().jacobian_row.size(),
-                       [](double v) { return std::isfinite(v); });
-}
 
 class NlpSolve {
   public:
@@ -141,19 +25,40 @@ class NlpSolve {
           monitor_(monitor),
           functions_(model_, monitor),
           judge_(functions_),
+          options_(nlp_options(problem)),
           feasibility_tolerance_(problem.base->controls.get_double(kFeasTol)),
-          optimality_tolerance_(problem.base->controls.get_double(kOptTol)) {}
+          optimality_tolerance_(problem.base->controls.get_double(kOptTol)),
+          iteration_limit_(problem.base->controls.get_int(kIterLimit)) {}
 
     void run();
 
   private:
-    NlpResult attempt(const NlpOptions& options, const std::vector<double>& start);
-    bool is_feasible(const NlpResiduals& r) const {
-        return r.primal <= std::max(10.0 * feasibility_tolerance_, 1e-6);
+    struct Verdict {
+        int status;
+        int stop = NLRA_STOP_NONE;
+        bool has_point = false;  // result_ is one
+    };
+
+    Verdict solve();
+    Verdict solve_without_columns();
+    Verdict search(const NlpStart& start, bool is_warm);
+    Verdict improve(Verdict verdict);
+    Verdict start_elsewhere(const Verdict& verdict, const std::vector<double>& x);
+    void refine();
+    NlpResult attempt(const NlpOptions& options, const NlpStart& start);
+    NlpResult call(const NlpBounds& bounds, const NlpStart& start, const NlpOptions& options);
+    void finish(const Verdict& verdict);
+
+    StopPoll poll() {
+        return [this] { return monitor_.should_stop(); };
     }
-    bool is_optimal(const NlpResiduals& r) const {
+    // What an interior point method can promise.
+    double row_tolerance() const { return std::max(10.0 * feasibility_tolerance_, 1e-6); }
+    bool is_feasible() const { return residuals_.primal <= row_tolerance(); }
+    bool is_optimal() const {
         const double tolerance = std::max(10.0 * optimality_tolerance_, 1e-6);
-        return is_feasible(r) && r.dual <= tolerance && r.complementarity <= tolerance;
+        return is_feasible() && residuals_.dual <= tolerance &&
+               residuals_.complementarity <= tolerance;
     }
     // A value that no objective has which is bounded, at a point far from everything.
     static bool runs_away(const NlpResult& result) {
@@ -162,94 +67,235 @@ class NlpSolve {
                std::any_of(result.x.begin(), result.x.end(),
                            [](double v) { return std::fabs(v) > kFar; });
     }
-    bool is_contradictory() const;
-    void solve_without_columns();
-    void finish(int status, int stop, const NlpResult* point);
 
     nslp_problem& problem_;
     const Model& model_;
     Monitor& monitor_;
     ModelFunctions functions_;
     Judge judge_;
+    const NlpOptions options_;
     const double feasibility_tolerance_, optimality_tolerance_;
+    const long iteration_limit_;
+    bool is_convex_ = false;
     long iterations_ = 0;
+    // The point that the verdict is about.
+    NlpResult result_;
+    NlpResiduals residuals_;
 };
 
-NlpResult NlpSolve::attempt(const NlpOptions& options, const std::vector<double>& start) {
-    // More equations than columns: as inequalities of both sides they leave the method room.
-    std::vector<double> low(functions_.bounds().row_lower,
-                            functions_.bounds().row_lower + functions_.structure().rows);
-    std::vector<double> high(functions_.bounds().row_upper,
-                             functions_.bounds().row_upper + functions_.structure().rows);
-    NlpBounds bounds = functions_.bounds();
-    NlpStart from;
-    from.x = start.data();
-    NlpResult result = solve_nlp(functions_.structure(), functions_, bounds, from, options);
-    if (result.status == NlpStatus::kTooFewDegrees) {
-        for (size_t i = 0; i < low.size(); ++i) {
-            if (low[i] != high[i]) continue;
-            const double slack = 0.5 * feasibility_tolerance_ * std::max(1.0, std::fabs(low[i]));
-            low[i] -= slack;
-            high[i] += slack;
-        }
-        bounds.row_lower = low.data();
-        bounds.row_upper = high.data();
-        result = solve_nlp(functions_.structure(), functions_, bounds, from, options);
+NlpResult NlpSolve::call(const NlpBounds& bounds, const NlpStart& start,
+                         const NlpOptions& options) {
+    const NlpStructure& structure = functions_.structure();
+    std::vector<double> last;
+    std::optional<NlpResult> result =
+        solve_nlp_stoppable(structure, functions_, bounds, start, options, poll(), last);
+    if (!result) {
+        result.emplace();
+        result->status = NlpStatus::kStopped;
+        result->iterations = functions_.last_iteration();
+        result->x = last.empty() ? std::vector<double>(start.x, start.x + structure.columns)
+                                 : std::move(last);
+        result->multipliers.resize(static_cast<size_t>(structure.rows));
+        result->lower_multipliers.resize(static_cast<size_t>(structure.columns));
+        result->upper_multipliers.resize(static_cast<size_t>(structure.columns));
     }
-    iterations_ += result.iterations;
-    return result;
+    iterations_ += result->iterations;
+    return std::move(*result);
 }
 
-void NlpSolve::finish(int status, int stop, const NlpResult* point) {
+NlpResult NlpSolve::attempt(const NlpOptions& options, const NlpStart& start) {
+    NlpBounds bounds = functions_.bounds();
+    NlpResult result = call(bounds, start, options);
+    if (result.status != NlpStatus::kTooFewDegrees) return result;
+    // More equations than columns: as inequalities of both sides they leave the method room.
+    const size_t rows = static_cast<size_t>(functions_.structure().rows);
+    std::vector<double> low(bounds.row_lower, bounds.row_lower + rows);
+    std::vector<double> high(bounds.row_upper, bounds.row_upper + rows);
+    for (size_t i = 0; i < rows; ++i) {
+        if (low[i] != high[i]) continue;
+        const double slack = 0.5 * feasibility_tolerance_ * std::max(1.0, std::fabs(low[i]));
+        low[i] -= slack;
+        high[i] += slack;
+    }
+    bounds.row_lower = low.data();
+    bounds.row_upper = high.data();
+    return call(bounds, start, options);
+}
+
+NlpSolve::Verdict NlpSolve::solve_without_columns() {
+    result_.multipliers.assign(static_cast<size_t>(functions_.structure().rows), 0.0);
+    if (!judge_.measure(result_, residuals_)) return {NSLP_UNFINISHED};
+    if (!is_feasible()) return {NSLP_INFEASIBLE};
+    return {NSLP_GLOBALLY_OPTIMAL, NLRA_STOP_NONE, true};
+}
+
+// Several settings one after another, until one leads to an end that can be told.
+NlpSolve::Verdict NlpSolve::search(const NlpStart& start, bool is_warm) {
+    const long begin = iterations_;
+    bool measured = false;
+    NlpOptions options = options_;
+    constexpr long kMaxFurtherIterations = 1000;
+    for (int trial = is_warm ? -1 : 0; trial < 3; ++trial) {
+        options.warm_start = trial == -1;
+        options.adaptive_barrier = options_.adaptive_barrier != (trial == 1);
+        options.scaling = options_.scaling && trial != 2;
+        const long allowed = trial > 0
+                                 ? std::min<long>(options_.max_iterations, kMaxFurtherIterations)
+                                 : options_.max_iterations;
+        options.max_iterations =
+            static_cast<int>(std::clamp<long>(iteration_limit_ - iterations_, 0, allowed));
+        if (iterations_ > begin) monitor_.log(1, "Trying again with other settings");
+        result_ = attempt(options, start);
+        measured = judge_.measure(result_, residuals_);
+        if (monitor_.should_stop()) return {NSLP_UNFINISHED, monitor_.reason(), measured};
+        if (measured && (runs_away(result_) || improves_without_end(model_, functions_, result_))) {
+            return {NSLP_UNBOUNDED};
+        }
+        if (measured && is_optimal()) {
+            return {is_convex_ ? NSLP_GLOBALLY_OPTIMAL : NSLP_LOCALLY_OPTIMAL, NLRA_STOP_NONE,
+                    true};
+        }
+        if (result_.status == NlpStatus::kInfeasible && !options.warm_start) {
+            return {is_convex_ ? NSLP_INFEASIBLE : NSLP_LOCALLY_INFEASIBLE, NLRA_STOP_NONE,
+                    measured};
+        }
+        if (iterations_ >= iteration_limit_) {
+            return {NSLP_UNFINISHED, NLRA_STOP_ITERLIMIT, measured};
+        }
+    }
+    monitor_.log(1, "The optimality conditions are missed by %.1e (rows), %.1e (gradient), %.1e",
+                 residuals_.primal, residuals_.dual, residuals_.complementarity);
+    return {NSLP_UNFINISHED, NLRA_STOP_NONE, measured};
+}
+
+// Newton's method is drawn to any stationary point: where a solve began at one, or the second-order
+// conditions fail, go on from near it.
+NlpSolve::Verdict NlpSolve::improve(Verdict verdict) {
+    constexpr int kTrials = 3;
+    constexpr double kBetter = 1e-7;
+    for (int trial = 0; trial < kTrials; ++trial) {
+        if (result_.iterations > 0 && judge_.is_second_order_optimal(result_, poll())) break;
+        if (monitor_.should_stop() || iterations_ >= iteration_limit_) break;
+        monitor_.log(1, "The point is stationary, but may be no minimum: going on from near it");
+        NlpResult kept = result_;
+        const std::vector<double> near = perturbed(model_, result_.x, trial);
+        NlpStart start;
+        start.x = near.data();
+        const Verdict other = search(start, false);
+        if (other.status == NSLP_UNBOUNDED) return other;
+        const double better = kept.objective - kBetter * std::max(1.0, std::fabs(kept.objective));
+        if (other.status == NSLP_LOCALLY_OPTIMAL && result_.objective < better) {
+            verdict = other;
+        } else {
+            result_ = std::move(kept);
+            judge_.measure(result_, residuals_);
+        }
+    }
+    return verdict;
+}
+
+// A minimum of the infeasibility may be one that only this start leads to, as zero does for
+// x^2 >= 1.
+NlpSolve::Verdict NlpSolve::start_elsewhere(const Verdict& verdict, const std::vector<double>& x) {
+    constexpr int kTrials = 2;
+    for (int trial = 0; trial < kTrials; ++trial) {
+        if (monitor_.should_stop() || iterations_ >= iteration_limit_) break;
+        monitor_.log(1, "No feasible point was found: trying again from elsewhere");
+        NlpResult kept = result_;
+        const std::vector<double> other = perturbed(model_, x, trial);
+        NlpStart start;
+        start.x = other.data();
+        const Verdict found = search(start, false);
+        if (found.status != NSLP_LOCALLY_INFEASIBLE && found.status != NSLP_UNFINISHED) {
+            return found;
+        }
+        result_ = std::move(kept);
+    }
+    Verdict last = verdict;
+    last.has_point = judge_.measure(result_, residuals_);
+    return last;
+}
+
+// Tolerances hold for the functions as the solver scales them: rows with large coefficients can be
+// missed by much more, which a few steps without scaling mend.
+void NlpSolve::refine() {
+    if (residuals_.violation <= feasibility_tolerance_) return;
+    NlpResult kept = result_;
+    const NlpResiduals before = residuals_;
+    NlpOptions options = options_;
+    options.warm_start = true;
+    options.scaling = false;
+    options.bound_relaxation = 0.0;
+    options.max_iterations = 100;
+    const NlpStart start{kept.x.data(), kept.multipliers.data(), kept.lower_multipliers.data(),
+                         kept.upper_multipliers.data()};
+    result_ = attempt(options, start);
+    if (judge_.measure(result_, residuals_) && is_optimal() &&
+        residuals_.violation < before.violation) {
+        return;
+    }
+    result_ = std::move(kept);
+    judge_.measure(result_, residuals_);
+}
+
+NlpSolve::Verdict NlpSolve::solve() {
+    if (is_contradictory(model_, functions_, row_tolerance())) return {NSLP_INFEASIBLE};
+    if (model_.cols() == 0) return solve_without_columns();
+    is_convex_ = functions_.is_convex();
+    const std::vector<double> x = start_point(model_, functions_, monitor_);
+    const bool is_warm = !model_.formulas.last.empty();
+    const Multipliers multipliers = last_multipliers(model_, functions_);
+    NlpStart start;
+    start.x = x.data();
+    if (is_warm) {
+        monitor_.log(1, "Starting where the last solve ended");
+        start.multipliers = multipliers.rows.data();
+        start.lower_multipliers = multipliers.lower.data();
+        start.upper_multipliers = multipliers.upper.data();
+    }
+    Verdict verdict = search(start, is_warm);
+    const bool is_open = verdict.status == NSLP_LOCALLY_INFEASIBLE ||
+                         (verdict.status == NSLP_UNFINISHED && verdict.stop == NLRA_STOP_NONE);
+    if (is_open && linear_part_is_infeasible(model_, problem_.base->controls, monitor_)) {
+        return {NSLP_INFEASIBLE};
+    }
+    if (verdict.status == NSLP_LOCALLY_INFEASIBLE) verdict = start_elsewhere(verdict, x);
+    if (verdict.status == NSLP_LOCALLY_OPTIMAL) verdict = improve(verdict);
+    if (verdict.status == NSLP_LOCALLY_OPTIMAL || verdict.status == NSLP_GLOBALLY_OPTIMAL) refine();
+    return verdict;
+}
+
+void NlpSolve::finish(const Verdict& verdict) {
     nslp_problem::Result& result = problem_.result;
-    result.status = status;
-    result.stop = stop;
+    result.status = verdict.status;
+    result.stop = verdict.stop;
     result.iterations = iterations_;
-    if (point == nullptr) return;
+    LastPoint& last = problem_.base->model.formulas.last;
+    last = LastPoint();
+    if (!verdict.has_point) return;
     const double sense = functions_.sense();
     Solution& solution = result.solution;
-    solution.x = point->x;
+    solution.x = result_.x;
     evaluate(model_, solution);  // for the rows that the functions leave out
     solution.dual.assign(static_cast<size_t>(model_.rows()), 0.0);
-    solution.dj.resize(point->x.size());
+    solution.dj.resize(result_.x.size());
     const std::vector<int>& rows = functions_.model_rows();
     for (size_t i = 0; i < rows.size(); ++i) {
         solution.slack[rows[i]] = model_.rhs[rows[i]] - judge_.activity()[i] + 0.0;
-        solution.dual[rows[i]] = -sense * point->multipliers[i] + 0.0;
+        solution.dual[rows[i]] = -sense * result_.multipliers[i] + 0.0;
     }
     for (const auto& [row, value] : functions_.constant_rows()) {
         solution.slack[row] = model_.rhs[row] - value + 0.0;
     }
-    for (size_t j = 0; j < point->x.size(); ++j) {
-        solution.dj[j] = sense * (point->lower_multipliers[j] - point->upper_multipliers[j]) + 0.0;
+    for (size_t j = 0; j < result_.x.size(); ++j) {
+        solution.dj[j] =
+            sense * (result_.lower_multipliers[j] - result_.upper_multipliers[j]) + 0.0;
     }
-    solution.objective = sense * point->objective + 0.0;
+    solution.objective = sense * result_.objective + 0.0;
     solution.present = true;
     solution.has_duals = true;
-}
-
-// Whether bounds exclude each other, or a row that nothing can change misses its own.
-bool NlpSolve::is_contradictory() const {
-    for (int j = 0; j < model_.cols(); ++j) {
-        if (model_.lower[j] > model_.upper[j] + feasibility_tolerance_) return true;
-    }
-    for (const auto& [row, value] : functions_.constant_rows()) {
-        const double low = model_.row_lower(row), high = model_.row_upper(row);
-        if (violation(value, low, high) > feasibility_tolerance_) return true;
-    }
-    return false;
-}
-
-void NlpSolve::solve_without_columns() {
-    NlpResult result;
-    NlpResiduals residuals;
-    result.multipliers.assign(static_cast<size_t>(functions_.structure().rows), 0.0);
-    if (!judge_.measure(result, residuals)) {
-        finish(NSLP_UNFINISHED, NLRA_STOP_NONE, nullptr);
-    } else if (!is_feasible(residuals)) {
-        finish(NSLP_INFEASIBLE, NLRA_STOP_NONE, nullptr);
-    } else {
-        finish(NSLP_GLOBALLY_OPTIMAL, NLRA_STOP_NONE, &result);
+    if (verdict.status != NSLP_LOCALLY_INFEASIBLE) {
+        last = {solution.x, solution.dj, solution.dual};
     }
 }
 
@@ -257,50 +303,7 @@ void NlpSolve::run() {
     monitor_.log(1, "Interior point method: %d columns, %d rows (%zu with nonlinear formulas)",
                  functions_.structure().columns, functions_.structure().rows,
                  model_.formulas.rows.size());
-    if (is_contradictory()) return finish(NSLP_INFEASIBLE, NLRA_STOP_NONE, nullptr);
-    if (model_.cols() == 0) return solve_without_columns();
-    std::vector<double> start = start_point(model_, monitor_);
-    const std::vector<double> wanted = start;
-    for (int trial = 0; trial < 4 && !is_defined(functions_, start); ++trial) {
-        if (trial == 0) monitor_.log(1, "The functions are not defined at the starting point");
-        start = other_start(model_, wanted, trial);
-    }
-    const bool convex = functions_.is_convex();
-    NlpOptions options;
-    options.tolerance = std::min(1e-8, 0.1 * optimality_tolerance_);
-    const int limit = problem_.base->controls.get_int(kIterLimit);
-    NlpResult result;
-    NlpResiduals residuals;
-    bool measured = false;
-    for (int trial = 0; trial < 3; ++trial) {
-        options.adaptive_barrier = trial == 1;
-        options.scaling = trial != 2;
-        options.max_iterations =
-            static_cast<int>(std::min<long>(3000, std::max<long>(0, limit - iterations_)));
-        if (trial > 0) monitor_.log(1, "Trying again with other settings");
-        result = attempt(options, start);
-        measured = judge_.measure(result, residuals);
-        if (monitor_.should_stop()) {
-            return finish(NSLP_UNFINISHED, monitor_.reason(), measured ? &result : nullptr);
-        }
-        if (measured && runs_away(result)) {
-            return finish(NSLP_UNBOUNDED, NLRA_STOP_NONE, nullptr);
-        }
-        if (measured && is_optimal(residuals)) {
-            return finish(convex ? NSLP_GLOBALLY_OPTIMAL : NSLP_LOCALLY_OPTIMAL, NLRA_STOP_NONE,
-                          &result);
-        }
-        if (result.status == NlpStatus::kInfeasible) {
-            return finish(convex ? NSLP_INFEASIBLE : NSLP_LOCALLY_INFEASIBLE, NLRA_STOP_NONE,
-                          measured ? &result : nullptr);
-        }
-        if (iterations_ >= limit) {
-            return finish(NSLP_UNFINISHED, NLRA_STOP_ITERLIMIT, measured ? &result : nullptr);
-        }
-    }
-    monitor_.log(1, "The optimality conditions are missed by %.1e (rows), %.1e (gradient), %.1e",
-                 residuals.primal, residuals.dual, residuals.complementarity);
-    finish(NSLP_UNFINISHED, NLRA_STOP_NONE, measured ? &result : nullptr);
+    finish(solve());
 }
 
 }  // namespace

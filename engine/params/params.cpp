@@ -1,5 +1,6 @@
 #include "params/params.hpp"
 
+#include <algorithm>
 #include <cctype>
 #include <cinttypes>
 #include <cstdio>
@@ -71,6 +72,11 @@ Params::Params(const std::vector<Param>& table) : table_(&table) {
             values_.emplace_back(std::string(param.text_default));
         }
     }
+}
+
+bool Params::has(int id) const {
+    return std::any_of(table_->begin(), table_->end(),
+                       [id](const Param& param) { return param.id == id; });
 }
 
 const Param& Params::param(int id) const {

@@ -38,6 +38,19 @@ enum NonlinearControlId : int {
     kNslpPostsolve = 12450  // int, "nslp_postsolve": undo presolve after a nonlinear solve
 };
 
+// Identifiers of the interior point method's controls.
+enum InteriorControlId : int {
+    kInteriorTolerance = 13001,    // double, 0: from the optimality tolerance
+    kInteriorMaxIter = 13002,      // int, in one attempt
+    kInteriorAdaptive = 13003,     // int: 0 monotone, 1 adaptive barrier
+    kInteriorBarrier = 13004,      // double, initial barrier, 0: the method's choice
+    kInteriorApproximate = 13005,  // int: 0 exact Hessian, 1 limited-memory
+    kInteriorScaling = 13006,      // int, 1 on (default)
+    kInteriorRelaxation = 13007,   // double, of bounds, relative
+    kInteriorPush = 13008,         // double, distance of the start from the bounds
+    kInteriorPivotOrder = 13009,   // int: 0 automatic, 1 to 3 a method
+};
+
 struct Param {
     int id;
     const char* name;          // lower case
@@ -75,6 +88,7 @@ class Params {
     void set_double(int id, double value);
     void set_string(int id, const char* value);
     const Param& param(int id) const;
+    bool has(int id) const;
     const std::vector<Param>& table() const { return *table_; }
 
   private:
@@ -88,6 +102,6 @@ class Params {
 
 const std::vector<Param>& control_table();            // the optimizer's controls
 const std::vector<Param>& nonlinear_control_table();  // the nonlinear solver's own
-const std::vector<Param>& interior_control_table();   // its interior point method's: none so far
+const std::vector<Param>& interior_control_table();   // its interior point method's
 
 }  // namespace nlra

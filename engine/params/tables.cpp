@@ -77,15 +77,47 @@ const std::vector<Param>& nonlinear_control_table() {
     static const std::vector<Param>& table = *new std::vector<Param>{
         integer(kNslpPostsolve, "nslp_postsolve", 0.0, 0.0, 1.0,
                 "Put the problem back into its original, unpresolved form after a nonlinear "
-                "solve: 0 no, 1 yes."),
+                "solve: 0 no, 1 yes. At present it never leaves that form."),
         integer(NSLP_THREADS, "nslp_threads", 0.0, 0.0, 1024.0,
-                "Threads that evaluate nonlinear functions; 0 leaves the number to the solver."),
+                "The most threads that may evaluate nonlinear functions; 0 leaves the number to "
+                "the solver, which uses one at present."),
     };
     return table;
 }
 
 const std::vector<Param>& interior_control_table() {
-    static const std::vector<Param>& table = *new std::vector<Param>;
+    static const std::vector<Param>& table = *new std::vector<Param>{
+        real(kInteriorTolerance, "interior_tolerance", 0.0, 0.0, 1e-2,
+             "Error of the scaled optimality conditions at which the interior point method ends; "
+             "0 stands for a tenth of the control opttol, at most 1e-8. The result is checked "
+             "against opttol and feastol whatever this is."),
+        integer(kInteriorMaxIter, "interior_maxiterations", 3000.0, 0.0, kIntMax,
+                "Iterations after which an attempt of the interior point method ends and another "
+                "one, with other settings, begins; the control iterlimit ends the solve."),
+        integer(kInteriorAdaptive, "interior_adaptivebarrier", 0.0, 0.0, 1.0,
+                "How the first attempt of the interior point method lowers the barrier parameter: "
+                "0 step by step, 1 newly chosen in every iteration. The second attempt changes "
+                "it."),
+        real(kInteriorBarrier, "interior_barrier", 0.0, 0.0, 1e10,
+             "Barrier parameter at the start of the interior point method; 0 leaves it to the "
+             "method. Small values suit starting points near a solution."),
+        integer(kInteriorApproximate, "interior_approximatehessian", 0.0, 0.0, 1.0,
+                "Second derivatives in the interior point method: 0 exact, 1 approximated from "
+                "changes of the gradients, which takes more but cheaper iterations."),
+        integer(kInteriorScaling, "interior_scaling", 1.0, 0.0, 1.0,
+                "Scale objective and rows by their gradients at the start: 0 no, 1 yes, save in "
+                "the last attempt."),
+        real(kInteriorRelaxation, "interior_boundrelaxation", 1e-10, 0.0, 1e-2,
+             "Relative amount by which the interior point method widens bounds and sides of rows "
+             "in its iterations; bounds of columns hold in the result all the same."),
+        real(kInteriorPush, "interior_boundpush", 1e-2, 1e-12, 1.0,
+             "Relative distance from its bounds to which the starting point is moved by the "
+             "interior point method."),
+        integer(kInteriorPivotOrder, "interior_pivotorder", 0.0, 0.0, 3.0,
+                "Order of the pivots in the interior point method's linear systems: 0 by their "
+                "size, 1 approximate minimum degree, 2 approximate minimum fill, 3 minimum degree "
+                "with quasi-dense rows."),
+    };
     return table;
 }
 

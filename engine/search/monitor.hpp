@@ -31,6 +31,7 @@ class Monitor {
     double remaining() const;  // seconds of the time limit left, at least 0; kInfinity without one
 
   private:
+    friend class DetailLog;
     using Clock = std::chrono::steady_clock;
 
     nlra_problem& problem_;
@@ -38,6 +39,21 @@ class Monitor {
     Clock::time_point last_poll_;
     double time_limit_;
     int log_level_;
+};
+
+// While it lives, the lines of a solver that does part of the work count as details.
+class DetailLog {
+  public:
+    explicit DetailLog(Monitor& monitor) : monitor_(monitor), level_(monitor.log_level_) {
+        monitor.log_level_ = level_ > 0 ? level_ - 1 : 0;
+    }
+    ~DetailLog() { monitor_.log_level_ = level_; }
+    DetailLog(const DetailLog&) = delete;
+    DetailLog& operator=(const DetailLog&) = delete;
+
+  private:
+    Monitor& monitor_;
+    const int level_;
 };
 
 }  // namespace nlra

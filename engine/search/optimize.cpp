@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include "analysis/convexity.hpp"
@@ -15,6 +16,7 @@
 #include "linear/linear_solver.hpp"
 #include "linear/relaxation.hpp"
 #include "nonlinear/convex_qp.hpp"
+#include "search/convex_mip.hpp"
 #include "search/mip_start.hpp"
 #include "search/monitor.hpp"
 #include "search/reformulate.hpp"
@@ -86,6 +88,8 @@ LpOutcome solve_quadratic(nlra_problem& problem, Monitor& monitor) {
     return outcome;
 }
 
+}  // namespace
+
 // Solve the relaxation and store what comes out.
 void solve_continuous(nlra_problem& problem, Monitor& monitor, const char* flags) {
     LpOutcome outcome =
@@ -101,6 +105,8 @@ void solve_continuous(nlra_problem& problem, Monitor& monitor, const char* flags
     info.lp_objective = outcome.solution.objective;
     problem.lp_solution = std::move(outcome.solution);
 }
+
+namespace {
 
 // The status of a mixed integer problem that turned out to be a continuous one.
 int mip_status_of(int lp_status) {
@@ -140,20 +146,6 @@ bool all_entities_fixed(const Model& model, bool& integral) {
         if (model.lower[j] != std::round(model.lower[j])) integral = false;
     }
     return true;
-}
-
-void solve_quadratic_mip(nlra_problem& problem, Monitor& monitor, const char* flags) {
-    bool integral = true;
-    if (!all_entities_fixed(problem.model, integral)) {
-        fail(NLRA_ERROR_UNSUPPORTED,
-             "a problem with quadratic terms cannot have integer or semi-continuous columns, sets "
-             "or indicators: the optimizer has no search for such problems");
-    }
-    if (!integral) {
-        problem.info.mip_status = NLRA_MIP_INFEAS;
-        return;
-    }
-    solve_continuous_as_mip(problem, monitor, flags);
 }
 
 StartPoint start_point(nlra_problem& problem, const Reformulation* reformulation) {
@@ -239,15 +231,7 @@ MipOutcome solve_reformulated(nlra_problem& problem, Monitor& monitor) {
     }
 }
 
-void solve_linear_mip(nlra_problem& problem, Monitor& monitor) {
-    const Model& model = problem.model;
-    MipOutcome outcome;
-    if (is_plain(model)) {
-        const StartPoint start = start_point(problem, nullptr);
-        outcome = linear_solver(problem).solve_mip(model, problem.controls, start, monitor);
-    } else {
-        outcome = solve_reformulated(problem, monitor);
-    }
+void store(nlra_problem& problem, MipOutcome outcome) {
     SolveInfo& info = problem.info;
     info.mip_status = outcome.status;
     info.stop = outcome.stop;
@@ -259,6 +243,41 @@ void solve_linear_mip(nlra_problem& problem, Monitor& monitor) {
     info.mip_solutions = outcome.improvements;
     if (outcome.solution.present) linear_solver(problem).incumbent = outcome.solution.x;
     problem.mip_solution = std::move(outcome.solution);
+}
+
+}  // namespace
+
+void solve_linear_mip(nlra_problem& problem, Monitor& monitor) {
+    const Model& model = problem.model;
+    MipOutcome outcome;
+    if (is_plain(model)) {
+        const StartPoint start = start_point(problem, nullptr);
+        outcome = linear_solver(problem).solve_mip(model, problem.controls, start, monitor);
+    } else {
+        outcome = solve_reformulated(problem, monitor);
+    }
+    store(problem, std::move(outcome));
+}
+
+namespace {
+
+void solve_quadratic_mip(nlra_problem& problem, Monitor& monitor, const char* flags) {
+    bool integral = true;
+    if (!all_entities_fixed(problem.model, integral)) {
+        std::optional<MipOutcome> outcome = solve_convex_mip(
+            problem.model, problem.controls, start_point(problem, nullptr), monitor);
+        if (!outcome) {
+            problem.info.mip_status = NLRA_MIP_NONCONVEX;
+            fail(NLRA_ERROR_NONCONVEX, "the problem is not convex with all integrality relaxed");
+        }
+        store(problem, std::move(*outcome));
+        return;
+    }
+    if (!integral) {
+        problem.info.mip_status = NLRA_MIP_INFEAS;
+        return;
+    }
+    solve_continuous_as_mip(problem, monitor, flags);
 }
 
 }  // namespace

@@ -30,10 +30,19 @@ struct UserFunction {
     bool derivatives;
 };
 
+// Where the last solve ended. Rows and columns that came later are missing at the ends.
+struct LastPoint {
+    std::vector<double> x, dj;  // by column
+    std::vector<double> dual;   // by row
+
+    bool empty() const { return x.empty(); }
+};
+
 struct Formulas {
     std::map<int, Formula> rows;  // none empty
     Formula objective;
     std::map<int, double> start;  // starting values by column
+    LastPoint last;               // goes before the starting values, unless empty
     std::vector<UserFunction> functions;
 
     bool empty() const { return rows.empty() && objective.empty(); }

@@ -57,6 +57,13 @@ void compact(std::map<int, T>& by_row, const std::vector<int>& map) {
     by_row.swap(kept);
 }
 
+// Values that need not be there for all.
+void compact_known(std::vector<double>& values, const std::vector<int>& map) {
+    if (values.empty()) return;
+    values.resize(map.size());
+    compact(values, map);
+}
+
 // The order of terms survives, as the map keeps the order of columns.
 void compact_terms(std::vector<QuadTerm>& terms, const std::vector<int>& map) {
     std::erase_if(terms, [&](const QuadTerm& t) { return map[t.col1] < 0 || map[t.col2] < 0; });
@@ -98,6 +105,7 @@ void Model::delete_rows(const std::vector<int>& sorted) {
     compact(qrows, map);
     compact(indicators, map);
     compact(formulas.rows, map);
+    compact_known(formulas.last.dual, map);
     rownames.compact(map);
 }
 
@@ -125,6 +133,8 @@ void Model::delete_cols(const std::vector<int>& sorted) {
     }
     for (Set& set : sets) compact_set(set, map);
     formulas.renumber_columns(map);
+    compact_known(formulas.last.x, map);
+    compact_known(formulas.last.dj, map);
     for (auto& [row, indicator] : indicators) indicator.col = map[indicator.col];
 }
 

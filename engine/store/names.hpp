@@ -25,6 +25,7 @@ class Names {
     void set_packed(int first, int count, const char* names);
     // The same for names that are the default letter and a positive number. Cannot fail.
     void set_numbered(int first, int count, const int64_t* numbers);
+    bool has_name(int index) const { return entries_[index] != 0; }
     // Whether the name is kept as text; if not, there is none, or it is a number.
     bool has_text(int index) const { return entries_[index] < 0; }
     // The name, or the default letter with index + 1 where there is none.

@@ -29,7 +29,9 @@ class Damage {
             "1e400",      " SC ",         "\\",         "\nBounds\n", "\t",
             "\r\n",       " free ",       " R1 ",       " OBJ ",      " C1 ",
             ".",          "\xff",         " RHS ",      "\nENDATA\n", "'",
-            "+",          "\nGenerals\n", " 'MARKER' ", "\nSOS\n",    "\nROWS\n"};
+            "+",          "\nGenerals\n", " 'MARKER' ", "\nSOS\n",    "\nROWS\n",
+            " @1 ",       "sin(",         ")",          "(",          "\"",
+            "\n & ",      "\nrow - R 1",  " formula ",  "\nend\n",    ","};
         const size_t at = below(text.size() + 1);
         switch (below(6)) {
             case 0:
@@ -62,8 +64,7 @@ void check_damaged(Format format, unsigned count) {
     if (const char* factor = std::getenv("NALORA_FUZZ_FACTOR")) count *= std::atoi(factor);
     unsigned read = 0;
     for (unsigned seed = 0; seed < count; ++seed) {
-        const std::string original =
-            to_text(RandomModel(seed / 10, format == Format::kFixedMps).make(), format);
+        const std::string original = to_text(RandomModel(seed / 10, format).make(), format);
         const std::string text = Damage(seed).apply(original);
         std::string again;
         std::string trouble;
@@ -94,3 +95,4 @@ void check_damaged(Format format, unsigned count) {
 
 TEST("files: damaged free MPS files") { check_damaged(Format::kMps, 2000); }
 TEST("files: damaged LP files") { check_damaged(Format::kLp, 2000); }
+TEST("files: damaged files of nonlinear models") { check_damaged(Format::kNonlinear, 4000); }

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "files_support.hpp"
+#include "nslp.h"
 
 using namespace files_test;
 
@@ -50,7 +51,7 @@ void store(const std::string& filename, const std::string& text) {
     std::ofstream(filename, std::ios::binary) << text;
 }
 
-Model sample() { return RandomModel(5, false).make(); }
+Model sample() { return RandomModel(5, Format::kMps).make(); }
 
 Model load(const std::string& filename, const std::string& options = "") {
     Model model;
@@ -198,4 +199,40 @@ TEST("files: through the C functions, where a failed read leaves the problem as 
     CHECK_NEAR(objective, 3089.0, 1e-6);
     CHECK(NLRAdestroyprob(prob) == 0);
     CHECK(NLRAfree() == 0);
+}
+
+TEST("files: formulas are read by the nonlinear solver only, and written in their own format") {
+    const Folder folder;
+    store(folder / "m.nlm", "nalora model 1\ncolumn x C 0 1\nminimize\n  formula exp(x)\nend\n");
+    store(folder / "bad.nlm", "nalora model 1\ncolumn x C 0 1\nminimize\n  formula exp(y)\nend\n");
+    REQUIRE(NLRAinit(nullptr) == 0 && NSLPinit() == 0);
+    NLRAprob prob = nullptr;
+    NSLPprob nonlinear = nullptr;
+    REQUIRE(NLRAcreateprob(&prob) == 0 && NSLPcreateprob(&nonlinear, prob) == 0);
+    const auto has_formula = [&] {
+        int value = -1;
+        CHECK(NSLPgetintattrib(nonlinear, NSLP_NONLINEAROBJ, &value) == 0);
+        return value;
+    };
+    const std::string good = folder / "m.nlm";
+    CHECK(NLRAreadprob(prob, good.c_str(), "") == NLRA_ERROR_UNSUPPORTED);
+    int cols = -1;
+    CHECK(NLRAgetintattrib(prob, NLRA_COLS, &cols) == 0 && cols == 0 && has_formula() == 0);
+    CHECK(NSLPreadprob(nonlinear, (folder / "m").c_str(), nullptr) == 0);
+    CHECK(NLRAreadprob(prob, (folder / "missing").c_str(), "") == NLRA_ERROR_FILE);
+    CHECK(NSLPreadprob(nonlinear, (folder / "bad").c_str(), "") == NLRA_ERROR_FILE);
+    char text[512] = {};
+    int code = 0;
+    int bytes = 0;
+    CHECK(NSLPgetlasterror(nonlinear, &code, text, sizeof(text), &bytes) == 0);
+    CHECK(has(text, "bad.nlm:4: unknown column 'y'"));
+    CHECK(NLRAgetlasterror(prob, &code, text, sizeof(text), &bytes) == 0 && code == 0);
+    CHECK(has_formula() == 1);
+    CHECK(NSLPwriteprob(nonlinear, nullptr, "") == NLRA_ERROR_ARGUMENT);
+    CHECK(NLRAwriteprob(prob, (folder / "m.lp").c_str(), "") == NLRA_ERROR_UNSUPPORTED);
+    CHECK(NSLPwriteprob(nonlinear, (folder / "copy").c_str(), "") == 0);
+    CHECK(content(folder / "copy") == content(good));
+    CHECK(folder.entries().size() == 3);
+    CHECK(NSLPdestroyprob(nonlinear) == 0 && NLRAdestroyprob(prob) == 0);
+    CHECK(NSLPfree() == 0 && NLRAfree() == 0);
 }

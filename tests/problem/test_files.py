@@ -64,8 +64,10 @@ def test_flags_choose_the_format(tmp_path):
     q = nalora.problem()
     q.read(filename=str(tmp_path / "a.txt"), options="l")
     assert q.attributes.cols == 4
-    with pytest.raises(nalora.InterfaceError, match="nonlinear solver's file format"):
-        p.write(tmp_path / "c.txt", "g")
+    p.write(tmp_path / "c.txt", "g")
+    assert (tmp_path / "c.txt").read_text().startswith("nalora model 1\n")
+    q.read(tmp_path / "c.txt")
+    assert read_back(q, tmp_path) == read_back(p, tmp_path)
 
 
 def test_files_that_cannot_be_read_change_nothing(tmp_path):

@@ -4,7 +4,6 @@ import contextlib
 import copy
 import gc
 import pickle
-import sys
 import weakref
 
 import numpy as np
@@ -485,7 +484,6 @@ def test_subclasses():
     assert type(p.copy()) is nalora.problem
 
 
-@pytest.mark.skipif(not hasattr(sys, "getallocatedblocks"), reason="CPython only")
 def test_no_leaks(xyz):
     x, y, z = xyz
     rows = [x + y <= 1, z >= 2]

@@ -157,8 +157,8 @@ def test_every_failed_optimize_raises():
         with pytest.raises(nalora.SolverError, match=r"flags: '\?'"):
             call("?")
     n = nalora.var(vartype=nalora.integer)
-    p = nalora.problem(n, (n - 1) * (n - 1))
-    with pytest.raises(nalora.SolverError, match="quadratic"):
+    p = nalora.problem(n, (n - 1) * (n - 1), sense=nalora.maximize)
+    with pytest.raises(nalora.SolverError, match="nonconvex"):
         p.solve()
 
 

@@ -152,7 +152,7 @@ void Call::make_output(std::size_t i) {
 void Call::convert() {
     for (std::size_t i = 0; i < slots_.size(); ++i) {
         const Parameter& parameter = method_.parameters[i];
-        if (parameter.role == Role::index && given(i)) {
+        if (parameter.role == Role::index && (given(i) || !parameter.optional)) {
             slots_[i].integer = conv_obj2index(slots_[i].object, problem_, parameter.conv);
         } else if (parameter.role == Role::input) {
             convert_input(i);

@@ -1,18 +1,11 @@
 // Rows for solving and for solutions.
-#include "mirror/method.hpp"
-#include "problem/solving.hpp"
+#include "mirror/solve_calls.hpp"
 
 namespace nalora {
 
 namespace {
 
-constexpr Parameter kFlags[] = {optional(text("flags"))};
-
 constexpr Parameter kInterrupt[] = {integer("reason")};
-
-constexpr Parameter kGetlpsol[] = {
-    optional(output("x", Conv::real, kColumns)), optional(output("slack", Conv::real, kRows)),
-    optional(output("dual", Conv::real, kRows)), optional(output("dj", Conv::real, kColumns))};
 
 constexpr Parameter kGetmipsol[] = {optional(output("x", Conv::real, kColumns)),
                                     optional(output("slack", Conv::real, kRows))};
@@ -20,13 +13,6 @@ constexpr Parameter kGetmipsol[] = {optional(output("x", Conv::real, kColumns)),
 constexpr Parameter kAddmipsol[] = {input("mipsolval", Conv::real),
                                     optional(input("mipsolcol", Conv::col, same(0))),
                                     optional(text("solname"))};
-
-// Reports errors itself: they must be read before the watch ends, which is a library call too.
-int optimize(Call& call, int (*function)(NLRAprob, const char*)) {
-    const SignalWatch watch(call.problem());
-    check_library(function(call.prob(), call.text(0)), as_object(call.problem()));
-    return 0;
-}
 
 void expect_all_columns(Call& call) {
     if (!call.given(1)) {
@@ -39,12 +25,12 @@ constexpr Method kSolutionMethods[] = {
      .parameters = kFlags,
      .doc = "Solve the problem without its integrality conditions; other Python threads wait.\n\n"
             "Arguments: flags, a str as for solve. Raises SolverError when it cannot be solved.",
-     .call = [](Call& c) { return optimize(c, NLRAlpoptimize); }},
+     .call = [](Call& c) { return optimize(c, c.prob(), NLRAlpoptimize); }},
     {.name = "mipoptimize",
      .parameters = kFlags,
      .doc = "Solve the problem as a mixed integer problem; other Python threads wait.\n\n"
             "Arguments: flags, a str as for solve. Raises SolverError when it cannot be solved.",
-     .call = [](Call& c) { return optimize(c, NLRAmipoptimize); }},
+     .call = [](Call& c) { return optimize(c, c.prob(), NLRAmipoptimize); }},
     {.name = "interrupt",
      .parameters = kInterrupt,
      .doc = "Ask the running solve to stop, from another thread or a callback.\n\n"
@@ -52,18 +38,13 @@ constexpr Method kSolutionMethods[] = {
             "tells. Without a running solve nothing happens.",
      .call = [](Call& c) { return NLRAinterrupt(c.prob(), c.integer(0)); }},
     {.name = "getlpsol",
-     .parameters = kGetlpsol,
+     .parameters = kSolutionArrays,
      .doc = "Read the solution of the last linear solve, or of the relaxation.\n\n"
             "Arguments, lists that are filled or None: x, the values of the columns; slack, the\n"
             "slacks of the rows; dual, the dual values of the rows; dj, the reduced costs of the\n"
             "columns. Without any of them nothing happens. Raises SolverError when there is no\n"
             "solution.",
-     .call =
-         [](Call& c) {
-             if (!c.given(0) && !c.given(1) && !c.given(2) && !c.given(3)) return 0;
-             return NLRAgetlpsol(c.prob(), c.array<double>(0), c.array<double>(1),
-                                 c.array<double>(2), c.array<double>(3));
-         }},
+     .call = [](Call& c) { return read_solution(c, c.prob(), NLRAgetlpsol); }},
     {.name = "getmipsol",
      .parameters = kGetmipsol,
      .doc =

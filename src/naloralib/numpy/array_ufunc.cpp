@@ -1,11 +1,11 @@
 // Modeling objects as operands of NumPy's universal functions.
 #include <algorithm>
-#include <vector>
 
 #include "model/operands.hpp"
 #include "numpy/element_types.hpp"
 #include "numpy/loops.hpp"
 #include "support/boundary.hpp"
+#include "support/small_array.hpp"
 
 namespace nalora {
 
@@ -39,21 +39,22 @@ Ref apply(PyObject* args, PyObject* keywords) {
     if (count < 0) raise(PyExc_TypeError, "__array_ufunc__() needs a function and a method");
     PyObject* function = PyTuple_GET_ITEM(args, 0);
     PyObject* method = PyTuple_GET_ITEM(args, 1);
-    std::vector<Ref> owned;
-    std::vector<PyObject*> operands;
+    SmallArray<Ref, 3> owned(static_cast<std::size_t>(count));
+    SmallArray<PyObject*, 3> operands(static_cast<std::size_t>(count));
     bool all_single = keywords == nullptr || PyDict_GET_SIZE(keywords) == 0;
     for (Py_ssize_t i = 0; i < count; ++i) {
-        owned.push_back(without_array(PyTuple_GET_ITEM(args, i + 2)));
-        operands.push_back(owned.back().get());
-        all_single = all_single && operand_kind(operands.back()) != Kind::invalid;
+        owned[i] = without_array(PyTuple_GET_ITEM(args, i + 2));
+        operands[i] = owned[i].get();
+        all_single = all_single && operand_kind(operands[i]) != Kind::invalid;
     }
     if (all_single && PyUnicode_Check(method) &&
         PyUnicode_CompareWithASCIIString(method, "__call__") == 0) {
-        Ref result = apply_function(function, operands);
+        Ref result = apply_function(function, operands.span());
         if (result) return result;
     }
     // Where no operand is one, `out` or `where` brought us here, and would again.
-    if (std::none_of(operands.begin(), operands.end(), is_modeling_object)) {
+    const std::span<PyObject* const> all = operands.span();
+    if (std::none_of(all.begin(), all.end(), is_modeling_object)) {
         raise(PyExc_TypeError, "A modeling object cannot take the result of %R or select from it",
               function);
     }

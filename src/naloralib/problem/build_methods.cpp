@@ -146,18 +146,26 @@ const PyMethodDef kMethods[] = {
     {"read", method(with_keywords<read_problem>), kKeywords,
      "read($self, /, filename, options='')\n--\n\n"
      "Replace the problem by the one in a file, with new variables, constraints and sets.\n\n"
-     "Arguments: filename, a str or path; its ending decides about the format (.mps, .lp, either\n"
-     "with .gz). options: 'l' for LP format whatever the ending. Constraints that were read have\n"
-     "name and bounds, but no body.\n\n"
+     "Arguments: filename, a str or path; its ending decides about the format (.mps, .lp, .nlm, "
+     "any\n"
+     "with .gz); files of nonlinear models are known by their content, whatever their names.\n"
+     "options: 'l' for LP format, 'g' for that of nonlinear models, whatever the ending.\n"
+     "Constraints that were read have name and bounds, but no body: their terms and formulas are "
+     "in\n"
+     "the problem only. Starting values come with nonlinear models, solutions do not.\n\n"
      "Raises SolverError, with file and line, for files that cannot be read; the problem is then\n"
      "as it was."},
     {"write", method(with_keywords<write_problem>), kKeywords,
      "write($self, /, filename, flags='')\n--\n\n"
      "Write the problem to a file.\n\n"
      "Arguments: filename, a str or path; its ending decides about the format (.mps or none, .lp,\n"
-     "either with .gz). flags: 'l' for LP format, 'z' for compression, 'x' for fixed MPS "
-     "columns.\n\n"
-     "Raises SolverError when the file cannot be written or a name does not fit the format."},
+     ".nlm, any with .gz). flags: 'l' for LP format, 'z' for compression, 'x' for fixed MPS\n"
+     "columns, 'g' for the format of nonlinear models (.nlm), which holds everything but "
+     "solutions\n"
+     "and takes names of any kind. Problems with nonlinear constraints or objective are always\n"
+     "written in that format.\n\n"
+     "Raises SolverError when the file cannot be written, a name does not fit the format or a\n"
+     "formula calls a user function; no file is then left behind."},
 };
 
 }  // namespace

@@ -2,9 +2,11 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "module/state.hpp"
 #include "problem/building.hpp"
+#include "problem/user_functions.hpp"
 
 namespace nalora {
 
@@ -173,8 +175,9 @@ void read_sets(ProblemObject* p, Contents& contents, const Entities& entities) {
     }
 }
 
-// Old lists go last: releasing them may run Python code.
+// The new model has no user functions. Old objects go last: releasing them may run Python code.
 void exchange(ProblemObject* p, Contents& contents) noexcept {
+    const Ref functions = Ref::steal(std::exchange(p->user_functions, nullptr));
     const auto swap_list = [](PyObject*& field, Ref& list) {
         Ref old = Ref::steal(field);
         field = list.release();
@@ -200,13 +203,21 @@ void empty_problem(ProblemObject* p, Contents& empty) noexcept {
     exchange(p, empty);
 }
 
+// The nonlinear reader takes all files, the other one those without formulas. Trying one after the
+// other would read pipes twice.
+int read_model(ProblemObject* p, const FileArguments& file) {
+    return p->nonlinear != nullptr && nonlinear_available()
+               ? NSLPreadprob(p->nonlinear, file.path(), file.flags)
+               : NLRAreadprob(p->prob, file.path(), file.flags);
+}
+
 }  // namespace
 
 Ref read_problem(ProblemObject* p, PyObject* args, PyObject* keywords) {
     static const char* names[] = {"filename", "options", nullptr};
     const FileArguments file = parse(args, keywords, names);
     Contents contents, nothing;
-    check_change(NLRAreadprob(p->prob, file.path(), file.flags), p);
+    check_change(read_model(p, file), p);
     const int status = guarded([&] {
         raise_pending();
         const Entities entities = read_entities(p);
@@ -226,11 +237,11 @@ Ref write_problem(ProblemObject* p, PyObject* args, PyObject* keywords) {
     static const char* names[] = {"filename", "flags", nullptr};
     const FileArguments file = parse(args, keywords, names);
     if (is_nonlinear(p) || std::strchr(file.flags, 'g') != nullptr) {
-        raise(interface_error(),
-              "This version cannot write the nonlinear solver's file format "
-              "(flag 'g')");
+        require_nonlinear_solver(p);
+        check_library(NSLPwriteprob(p->nonlinear, file.path(), file.flags), as_object(p));
+    } else {
+        check_library(NLRAwriteprob(p->prob, file.path(), file.flags), as_object(p));
     }
-    check_library(NLRAwriteprob(p->prob, file.path(), file.flags), as_object(p));
     return none();
 }
 

@@ -2,6 +2,7 @@
 
 #include "module/state.hpp"
 #include "support/gil.hpp"
+#include "support/small_array.hpp"
 
 namespace nalora {
 
@@ -13,12 +14,24 @@ double float_item(PyObject* item) {
     return value;
 }
 
-Ref floats(const double* values, int count) {
-    Ref tuple = take(PyTuple_New(count));
-    for (int i = 0; i < count; ++i) {
-        PyTuple_SET_ITEM(tuple.get(), i, take(PyFloat_FromDouble(values[i])).release());
+#if PY_VERSION_HEX < 0x03090000
+constexpr auto vectorcall = _PyObject_Vectorcall;
+#else
+constexpr auto vectorcall = PyObject_Vectorcall;
+#endif
+
+// Calls with the numbers as floats, without a tuple of them.
+Ref call_with_floats(PyObject* callable, const double* values, int count) {
+    const std::size_t size = static_cast<std::size_t>(count);
+    SmallArray<Ref, 8> floats(size);
+    SmallArray<PyObject*, 9> slots(size + 1);
+    for (std::size_t i = 0; i < size; ++i) {
+        floats[i] = take(PyFloat_FromDouble(values[i]));
+        slots[i + 1] = floats[i].get();
     }
-    return tuple;
+    // The slot in front is the callee's to use.
+    return take(
+        vectorcall(callable, slots.data() + 1, size | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr));
 }
 
 // A float, or a tuple that begins with the value; with derivatives these follow.
@@ -54,8 +67,7 @@ int call_function(void* object, const double* args, int count, double* value,
     if (PyErr_Occurred() != nullptr) return 1;
     return guarded([&]() -> int {
                const Ref callable = Ref::borrow(static_cast<PyObject*>(object));
-               const Ref result =
-                   take(PyObject_Call(callable.get(), floats(args, count).get(), nullptr));
+               const Ref result = call_with_floats(callable.get(), args, count);
                read_result(result.get(), count, value, derivatives);
                return 0;
            }) == 0

@@ -1,0 +1,17 @@
+// What a model's formulas give at a point, without a solve.
+#pragma once
+
+#include "search/solution.hpp"
+#include "store/model.hpp"
+
+namespace nlra {
+
+// The value of one formula. Throws Error NLRA_ERROR_STATE where it is not defined or a user
+// function fails, NLRA_ERROR_ARGUMENT for tokens that are no formula.
+double formula_value(const Model& model, const Formula& formula, const double* x);
+
+// Fill objective and slack from x as evaluate() does, with the formulas' values. Throws as above;
+// the solution is then not present.
+void evaluate_with_formulas(const Model& model, Solution& solution);
+
+}  // namespace nlra
