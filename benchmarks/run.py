@@ -73,7 +73,7 @@ def main():
 
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--peers", default="floor,opfloor,nalora")
-    parser.add_argument("--works", default="w1,w2,w3,w4,w5,w6,w7,w9")
+    parser.add_argument("--works", default="w1,w2,w3,w4,w5,w6,w7,w8,w9")
     parser.add_argument("--repeat", type=int, default=5)
     parser.add_argument("--timeout", type=float, default=120)
     parser.add_argument("--child", nargs=4)

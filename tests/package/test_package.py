@@ -45,7 +45,19 @@ def test_transport_example():
     assert "cost 153.675 thousand dollars" in output
 
 
-@pytest.mark.parametrize("example", ["knapsack.py", "portfolio.py", "curve.py", "blend_pandas.py"])
+@pytest.mark.parametrize(
+    ("example", "printed"),
+    [
+        ("curve.py", "sum of squares 0.124551389"),
+        ("glider.py", "range 1247.98 m in 98.4 s"),
+        ("power_flow.py", "cost 5296.69 dollars an hour"),
+    ],
+)
+def test_nonlinear_examples_find_the_published_optimum(example, printed):
+    assert printed in python(ROOT / "examples" / example)
+
+
+@pytest.mark.parametrize("example", ["knapsack.py", "portfolio.py", "blend_pandas.py"])
 def test_other_examples_run(example):
     if "pandas" in example:
         pytest.importorskip("pandas")
