@@ -11,7 +11,7 @@ namespace nlra {
 
 namespace {
 
-void add_interval(Violations& violations, int index, double value, Interval allowed) {
+void add_interval(Violations& violations, int index, double value, Bounds allowed) {
     if (allowed.lower > -kInfinity) {
         violations.add(index, allowed.lower - value, allowed.lower);
     }
@@ -29,13 +29,13 @@ bool is_switched_off(const Model& model, int row, const std::vector<double>& x) 
 
 double distance_from_integer(double x) { return std::fabs(x - std::round(x)); }
 
-double distance(double x, Interval domain) {
+double distance(double x, Bounds domain) {
     return std::max({0.0, domain.lower - x, x - domain.upper});
 }
 
 // From zero and the range beside it.
 double distance_from_domain(const Model& model, int col, double x) {
-    const Interval semi = semi_interval(model, col);
+    const Bounds semi = semi_interval(model, col);
     double nonzero = semi.lower > semi.upper ? kInfinity : distance(x, semi);
     if (model.coltype[col] == 'R') nonzero = std::max(nonzero, distance_from_integer(x));
     return std::min(std::fabs(x), nonzero);

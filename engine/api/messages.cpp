@@ -2,11 +2,14 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <bit>
 #include <string>
+#include <vector>
 
 #include "api/boundary.hpp"
 #include "api/callback_list.hpp"
+#include "api/nonlinear_problem.hpp"
 
 namespace nlra {
 
@@ -15,6 +18,14 @@ void send_message(nlra_problem& problem, std::string_view line, int msgtype) {
     const auto callbacks = problem.message_callbacks;
     for (const auto& entry : callbacks) {
         entry.function(&problem, entry.data, text.c_str(), static_cast<int>(text.size()), msgtype);
+    }
+    if (callbacks.empty()) {
+        const std::vector<nslp_problem*> above = problem.nonlinear;
+        for (nslp_problem* nonlinear : above) {
+            if (nonlinear->message_callback == nullptr) continue;
+            nonlinear->message_callback(nonlinear, nonlinear->message_data, text.c_str(),
+                                        static_cast<int>(text.size()), msgtype);
+        }
     }
     std::vector<CallbackEntry<NLRAgemessagecb>> handlers;
     {
@@ -29,6 +40,10 @@ void send_message(nlra_problem& problem, std::string_view line, int msgtype) {
 
 bool has_listeners(const nlra_problem& problem) {
     if (!problem.message_callbacks.empty()) return true;
+    if (std::any_of(problem.nonlinear.begin(), problem.nonlinear.end(),
+                    [](const nslp_problem* p) { return p->message_callback != nullptr; })) {
+        return true;
+    }
     const std::lock_guard lock(environment().mutex);
     return !environment().handlers.empty();
 }

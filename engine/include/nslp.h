@@ -45,7 +45,8 @@ NLRA_API int NSLPdestroyprob(NSLPprob prob);
 NLRA_API int NSLPcopyprob(NSLPprob dest, NSLPprob source, const char* name);
 NLRA_API int NSLPcopycontrols(NSLPprob dest, NSLPprob source);
 NLRA_API int NSLPgetlasterror(NSLPprob prob, int* code, char* text, int maxbytes, int* nbytes);
-/* One message callback per problem; null removes it. */
+/* One message callback per problem; null removes it. It gets the lines that the problem beneath has
+ * no message callback of its own for, and must not add or remove problems. */
 NLRA_API int NSLPsetcbmessage(NSLPprob prob, NSLPmessagecb callback, void* data);
 
 NLRA_API int NSLPgetintcontrol(NSLPprob prob, int id, int* value);

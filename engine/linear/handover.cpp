@@ -33,7 +33,7 @@ double number(double value, const char* what) {
 
 // HiGHS refuses a lower bound of plus infinity and an upper one of minus infinity. Nothing lies
 // within such bounds, which any crossed pair says as well.
-Interval highs_bounds(Interval bounds) {
+Bounds highs_bounds(Bounds bounds) {
     number(bounds.lower + bounds.upper, "a bound or right-hand side");
     if (bounds.lower >= kInfinity || bounds.upper <= -kInfinity) return {1.0, -1.0};
     return {finite_or_inf(bounds.lower), finite_or_inf(bounds.upper)};
@@ -100,7 +100,7 @@ HighsLp build_lp(const Model& model) {
     lp.col_upper_.resize(cols);
     bool integral = false;
     for (int j = 0; j < cols; ++j) {
-        const Interval bounds = highs_bounds(relaxed_column(model, j));
+        const Bounds bounds = highs_bounds(relaxed_column(model, j));
         lp.col_lower_[j] = bounds.lower;
         lp.col_upper_[j] = bounds.upper;
         number(model.obj[j], "an objective coefficient");
@@ -113,7 +113,7 @@ HighsLp build_lp(const Model& model) {
     lp.row_lower_.resize(rows);
     lp.row_upper_.resize(rows);
     for (int i = 0; i < rows; ++i) {
-        const Interval bounds = highs_bounds({model.row_lower(i), model.row_upper(i)});
+        const Bounds bounds = highs_bounds({model.row_lower(i), model.row_upper(i)});
         lp.row_lower_[i] = bounds.lower;
         lp.row_upper_[i] = bounds.upper;
     }
@@ -215,7 +215,7 @@ void Handover::change(Highs& highs, const Model& model) {
         lower.clear();
         upper.clear();
         for (const int i : list) {
-            const Interval bounds = highs_bounds(bounds_of(model, i));
+            const Bounds bounds = highs_bounds(bounds_of(model, i));
             lower.push_back(bounds.lower);
             upper.push_back(bounds.upper);
         }
@@ -283,7 +283,7 @@ void Handover::append(Highs& highs, const Model& model) {
             }
         }
         for (int j = cols_; j < cols; ++j) {
-            const Interval bounds = highs_bounds(relaxed_column(model, j));
+            const Bounds bounds = highs_bounds(relaxed_column(model, j));
             lower.push_back(bounds.lower);
             upper.push_back(bounds.upper);
             number(model.obj[j], "an objective coefficient");
@@ -310,7 +310,7 @@ void Handover::append(Highs& highs, const Model& model) {
         const int64_t first = start[rows_];
         const HighsInt count = to_highs_count(start[rows] - first);
         for (int i = rows_; i < rows; ++i) {
-            const Interval bounds = highs_bounds(relaxed_row(model, i));
+            const Bounds bounds = highs_bounds(relaxed_row(model, i));
             lower.push_back(bounds.lower);
             upper.push_back(bounds.upper);
             starts.push_back(static_cast<HighsInt>(start[i] - first));

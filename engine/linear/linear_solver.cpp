@@ -91,7 +91,7 @@ HighsSettings common_settings(const Params& params, const Monitor& monitor) {
 // Without columns every row's value is zero; HiGHS calls such a model empty, whatever its rows.
 bool zero_is_feasible(const Model& model, double tolerance) {
     for (int i = 0; i < model.rows(); ++i) {
-        const Interval bounds = relaxed_row(model, i);
+        const Bounds bounds = relaxed_row(model, i);
         if (bounds.lower > tolerance || bounds.upper < -tolerance) return false;
     }
     return true;
@@ -102,7 +102,7 @@ bool may_be_unbounded(const Model& model) {
     for (int j = 0; j < model.cols(); ++j) {
         const double cost = model.sense * model.obj[j];
         if (cost == 0.0) continue;
-        const Interval bounds = relaxed_column(model, j);
+        const Bounds bounds = relaxed_column(model, j);
         if (cost < 0.0 ? bounds.upper >= kInfinity : bounds.lower <= -kInfinity) return true;
     }
     return false;

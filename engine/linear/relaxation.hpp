@@ -9,7 +9,7 @@
 
 namespace nlra {
 
-struct Interval {
+struct Bounds {
     double lower;
     double upper;
 };
@@ -17,7 +17,7 @@ struct Interval {
 // A semi-continuous or semi-integer column is zero or within this interval. Its lower end is the
 // column's limit or lower bound, whichever is greater; a limit of zero leaves the lower bound. The
 // interval may contain zero (the column is then an ordinary one) or be empty (it is then zero).
-inline Interval semi_interval(const Model& model, int col) {
+inline Bounds semi_interval(const Model& model, int col) {
     const double limit = model.limit[col];
     const double lower = model.lower[col];
     return {limit != 0.0 ? std::max(limit, lower) : lower, model.upper[col]};
@@ -26,15 +26,15 @@ inline Interval semi_interval(const Model& model, int col) {
 inline bool is_semi(char type) { return type == 'S' || type == 'R'; }
 
 // Bounds of a column with its type ignored: for a semi-continuous one the hull of its domain.
-inline Interval relaxed_column(const Model& model, int col) {
+inline Bounds relaxed_column(const Model& model, int col) {
     if (!is_semi(model.coltype[col])) return {model.lower[col], model.upper[col]};
-    const Interval semi = semi_interval(model, col);
+    const Bounds semi = semi_interval(model, col);
     if (semi.lower > semi.upper) return {0.0, 0.0};
     return {std::min(semi.lower, 0.0), std::max(semi.upper, 0.0)};
 }
 
 // Activity bounds of a row, none where it holds only under a condition.
-inline Interval relaxed_row(const Model& model, int row) {
+inline Bounds relaxed_row(const Model& model, int row) {
     if (!model.indicators.empty() && model.indicators.count(row) != 0) {
         return {-kInfinity, kInfinity};
     }
@@ -45,7 +45,7 @@ inline bool is_integral(char type) { return type == 'B' || type == 'I'; }
 
 // Bounds of an integral column with no fractions: HiGHS is wrong about such models at times. Noise
 // below the tolerance rounds to the integer that is meant.
-inline Interval rounded_interval(Interval bounds) {
+inline Bounds rounded_interval(Bounds bounds) {
     constexpr double kNoise = 1e-9;
     return {std::ceil(bounds.lower - kNoise), std::floor(bounds.upper + kNoise)};
 }

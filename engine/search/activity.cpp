@@ -44,7 +44,7 @@ class Tightening {
         bounds_.lower.resize(model.cols());
         bounds_.upper.resize(model.cols());
         for (int j = 0; j < model.cols(); ++j) {
-            Interval own = relaxed_column(model, j);
+            Bounds own = relaxed_column(model, j);
             if (is_integral(model.coltype[j])) own = rounded_interval(own);
             bounds_.lower[j] = own.lower;
             bounds_.upper[j] = own.upper;
@@ -56,7 +56,7 @@ class Tightening {
             gained_ = false;
             for (int i = 0; i < model_.rows(); ++i) {
                 if (model_.qrows.count(i) != 0) continue;
-                const Interval sides = relaxed_row(model_, i);
+                const Bounds sides = relaxed_row(model_, i);
                 if (sides.lower > -kInfinity || sides.upper < kInfinity) propagate(i, sides);
             }
             if (!gained_) break;
@@ -65,7 +65,7 @@ class Tightening {
     }
 
   private:
-    void propagate(int row, Interval sides) {
+    void propagate(int row, Bounds sides) {
         const int64_t begin = model_.matrix.start()[row];
         const int64_t end = model_.matrix.start()[row + 1];
         const int* index = model_.matrix.index().data();
@@ -121,8 +121,8 @@ class Tightening {
 
 ColumnBounds implied_bounds(const Model& model) { return Tightening(model).run(); }
 
-Interval activity_range(const Model& model, int row, const ColumnBounds& bounds, int fixed_col,
-                        double fixed_value) {
+Bounds activity_range(const Model& model, int row, const ColumnBounds& bounds, int fixed_col,
+                      double fixed_value) {
     Sum least;
     Sum most;
     for (int64_t k = model.matrix.start()[row]; k < model.matrix.start()[row + 1]; ++k) {

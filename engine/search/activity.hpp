@@ -20,7 +20,7 @@ struct ColumnBounds {
 ColumnBounds implied_bounds(const Model& model);
 
 // Range of a row's linear part within the bounds, with `fixed_col` (-1: none) at `fixed_value`.
-Interval activity_range(const Model& model, int row, const ColumnBounds& bounds, int fixed_col,
-                        double fixed_value);
+Bounds activity_range(const Model& model, int row, const ColumnBounds& bounds, int fixed_col,
+                      double fixed_value);
 
 }  // namespace nlra

@@ -21,13 +21,13 @@ bool is_feasible(const Model& model, const Reformulation* reformulation, const P
     const double tolerance = params.get_double(kFeasTol);
     for (int j = 0; j < model.cols(); ++j) {
         const double value = solution.x[j];
-        const Interval bounds = relaxed_column(model, j);
+        const Bounds bounds = relaxed_column(model, j);
         if (value < bounds.lower - tolerance || value > bounds.upper + tolerance) return false;
         if (model.coltype[j] == 'C' || model.coltype[j] == 'S' || model.coltype[j] == 'P') continue;
         if (std::abs(value - std::round(value)) > tolerance) return false;
     }
     for (int i = 0; i < model.rows(); ++i) {
-        const Interval sides = relaxed_row(model, i);
+        const Bounds sides = relaxed_row(model, i);
         const double activity = model.rhs[i] - solution.slack[i];
         const double margin = tolerance * std::max(1.0, std::abs(model.rhs[i]));
         if (activity < sides.lower - margin || activity > sides.upper + margin) return false;

@@ -72,7 +72,7 @@ Model relaxed_copy(const Model& model) {
         copy.qrows.erase(row);
     }
     for (int j = 0; j < model.cols(); ++j) {
-        const Interval bounds = relaxed_column(model, j);
+        const Bounds bounds = relaxed_column(model, j);
         copy.set_bounds(j, bounds.lower, bounds.upper);
     }
     return copy;

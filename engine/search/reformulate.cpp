@@ -46,7 +46,7 @@ struct Reformulation::Builder {
 
     int cols() const { return static_cast<int>(type.size()); }
 
-    void set_bounds(int col, Interval interval) {
+    void set_bounds(int col, Bounds interval) {
         lower[col] = interval.lower;
         upper[col] = interval.upper;
     }
@@ -127,7 +127,7 @@ struct Reformulation::Builder {
 };
 
 void Reformulation::Builder::semi(int col) {
-    Interval domain = semi_interval(model, col);
+    Bounds domain = semi_interval(model, col);
     const bool integral = type[col] == 'R';
     type[col] = integral ? 'I' : 'C';
     if (integral) domain = rounded_interval(domain);
@@ -263,7 +263,7 @@ void Reformulation::Builder::indicator_row(int row, const Indicator& indicator) 
 void Reformulation::Builder::conditional_side(int row, const Indicator& indicator, bool upper_side,
                                               double side) {
     const double off = indicator.complement > 0 ? 0.0 : 1.0;
-    const Interval range_off = activity_range(model, row, bounds, indicator.col, off);
+    const Bounds range_off = activity_range(model, row, bounds, indicator.col, off);
     const double extreme = upper_side ? range_off.upper : range_off.lower;
     if (!is_finite(extreme)) {
         fail(NLRA_ERROR_UNSUPPORTED,
@@ -369,7 +369,7 @@ double Reformulation::violation(const std::vector<double>& x) const {
     double worst = 0.0;
     for (int j = 0; j < original_.cols(); ++j) {
         if (is_semi(original_.coltype[j])) {
-            const Interval domain = semi_interval(original_, j);
+            const Bounds domain = semi_interval(original_, j);
             const double outside = std::max({0.0, domain.lower - x[j], x[j] - domain.upper});
             worst = std::max(worst, std::min(std::abs(x[j]), outside));
         } else if (original_.coltype[j] == 'P') {

@@ -451,3 +451,24 @@ TEST("nonlinear api: a copy has formulas, functions, settings and results of its
     REQUIRE(NSLPnlpoptimize(copy.above, "") == 0);
     CHECK(copy.attribute(NSLP_STATUS) == NSLP_LOCALLY_OPTIMAL);
 }
+
+TEST("nonlinear api: log lines go to one of the two problems") {
+    Fixture fixture;
+    struct Count {
+        int above = 0, beneath = 0;
+    } count;
+    REQUIRE(
+        NSLPsetcbmessage(
+            fixture.above,
+            [](NSLPprob, void* data, const char*, int, int) { ++static_cast<Count*>(data)->above; },
+            &count) == 0);
+    CHECK(NSLPnlpoptimize(fixture.above, "") == 0);
+    CHECK(count.above > 2);
+    count.above = 0;
+    const NLRAmessagecb beneath = [](NLRAprob, void* data, const char*, int, int) {
+        ++static_cast<Count*>(data)->beneath;
+    };
+    REQUIRE(NLRAaddcbmessage(fixture.prob, beneath, &count, 0) == 0);
+    CHECK(NSLPnlpoptimize(fixture.above, "") == 0);
+    CHECK(count.above == 0 && count.beneath > 2);
+}
