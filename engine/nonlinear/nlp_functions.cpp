@@ -101,6 +101,9 @@ void ModelFunctions::plan() {
     }
     tape_ = std::make_unique<Tape>(formulas_.graph(), parts, functions_.functions());
     structure_.has_hessian = tape_->plan_hessian();
+    if (!structure_.has_hessian) {
+        monitor_.log(1, "The Hessian takes too many steps: it is approximated from gradients");
+    }
     structure_.columns = model_.cols();
     structure_.rows = static_cast<int>(model_rows_.size());
     for (const Coefficient& c : linear_) {
