@@ -174,9 +174,12 @@ NLRA_API int NSLPwriteprob(NSLPprob prob, const char* filename, const char* flag
 
 /* ---- Solving ----------------------------------------------------------------------------------
  * Solve the problem with its formulas: exactly, as a linear or mixed integer problem, where they
- * are piecewise linear, otherwise by an interior point method. No flag has a meaning yet but "g",
- * which allows columns that are not continuous. A return of 0 means that the solve ended in an
- * orderly way; NSLP_STATUS tells the outcome. */
+ * are piecewise linear; by outer approximation where the problem is convex and has columns that are
+ * not continuous; otherwise by an interior point method, for a local optimum, which is a global one
+ * where the problem is proven to be convex. Functions with kinks in convex position become smooth
+ * rows; other kinks get subgradients, which the log says. No flag has a meaning yet but "g", which
+ * allows columns that are not continuous. A return of 0 means that the solve ended in an orderly
+ * way; NSLP_STATUS tells the outcome. */
 NLRA_API int NSLPnlpoptimize(NSLPprob prob, const char* flags);
 /* As NLRAgetlpsol, of the last nonlinear solve. */
 NLRA_API int NSLPgetslpsol(NSLPprob prob, double* x, double* slack, double* dual, double* dj);

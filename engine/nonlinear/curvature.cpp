@@ -95,6 +95,26 @@ Behaviour behaviour(Op op, double p, const Interval& x) {
     }
 }
 
+bool is_defined_within(Op op, double p, const Interval& x) {
+    switch (op) {
+        case Op::kPower:
+            if (p < 0.0) return x.low > 0.0 || (x.high < 0.0 && p == std::floor(p));
+            return p == std::floor(p) || x.low >= 0.0;
+        case Op::kReciprocal:
+            return x.low > 0.0 || x.high < 0.0;
+        case Op::kSqrt:
+            return x.low >= 0.0;
+        case Op::kLog:
+        case Op::kLog10:
+            return x.low > 0.0;
+        case Op::kAsin:
+        case Op::kAcos:
+            return within(x, -1.0, 1.0);
+        default:
+            return true;
+    }
+}
+
 // Slopes that only grow or only fall, without jumps.
 Behaviour piecewise_behaviour(const Entry* entries, int count) {
     Behaviour out{kLinearShape, true, true};
@@ -348,6 +368,15 @@ Shape CurvatureAnalysis::shape(const RootParts& parts, const StopPoll& poll) con
     if (terms.empty()) return out;
     return {out.convex && is_convex_form(terms, 1.0, poll),
             out.concave && is_convex_form(terms, -1.0, poll)};
+}
+
+Trend CurvatureAnalysis::trend(int index, bool upwards) const {
+    const Node& node = graph_.node(index);
+    const Interval& argument = range_[node.first];
+    const Behaviour f = behaviour(node.op, node.param, argument);
+    const bool extends = upwards ? f.own.convex : f.own.concave;
+    if (!extends && !is_defined_within(node.op, node.param, argument)) return {};
+    return {f.rising, f.falling};
 }
 
 }  // namespace nlra

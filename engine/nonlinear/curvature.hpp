@@ -25,6 +25,12 @@ struct Shape {
     Shape negated() const { return {concave, convex}; }
 };
 
+// How a function changes with its argument. Neither: nothing is known.
+struct Trend {
+    bool rising = false;
+    bool falling = false;
+};
+
 class CurvatureAnalysis {
   public:
     // Bounds by column, at or beyond +-kInfinity infinite. The graph must outlive it.
@@ -36,6 +42,9 @@ class CurvatureAnalysis {
     // Contains all values within the bounds.
     Interval range(int node) const { return range_[node]; }
     Interval range(const RootParts& parts) const;
+    // Of a unary operation, over its argument's range: as the function that is infinite outside of
+    // its domain, upwards or downwards.
+    Trend trend(int node, bool upwards) const;
 
   private:
     Interval range_of(const Node& node) const;

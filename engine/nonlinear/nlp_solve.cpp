@@ -5,10 +5,8 @@
 #include <optional>
 #include <utility>
 
-#include "api/problem.hpp"
 #include "nonlinear/nlp_functions.hpp"
 #include "nonlinear/nlp_judge.hpp"
-#include "nonlinear/nlp_options.hpp"
 #include "nonlinear/nlp_start.hpp"
 #include "nonlinear/nlp_verdicts.hpp"
 #include "nonlinear/stoppable_nlp.hpp"
@@ -19,18 +17,19 @@ namespace {
 
 class NlpSolve {
   public:
-    NlpSolve(nslp_problem& problem, Monitor& monitor)
-        : problem_(problem),
-          model_(problem.base->model),
+    NlpSolve(const Model& model, const Params& controls, const NlpOptions& options,
+             Monitor& monitor)
+        : model_(model),
+          controls_(controls),
           monitor_(monitor),
-          functions_(model_, monitor),
+          functions_(model, monitor),
           judge_(functions_),
-          options_(nlp_options(problem)),
-          feasibility_tolerance_(problem.base->controls.get_double(kFeasTol)),
-          optimality_tolerance_(problem.base->controls.get_double(kOptTol)),
-          iteration_limit_(problem.base->controls.get_int(kIterLimit)) {}
+          options_(options),
+          feasibility_tolerance_(controls.get_double(kFeasTol)),
+          optimality_tolerance_(controls.get_double(kOptTol)),
+          iteration_limit_(controls.get_int(kIterLimit)) {}
 
-    void run();
+    NlpOutcome run();
 
   private:
     struct Verdict {
@@ -47,7 +46,7 @@ class NlpSolve {
     void refine();
     NlpResult attempt(const NlpOptions& options, const NlpStart& start);
     NlpResult call(const NlpBounds& bounds, const NlpStart& start, const NlpOptions& options);
-    void finish(const Verdict& verdict);
+    NlpOutcome finish(const Verdict& verdict);
 
     StopPoll poll() {
         return [this] { return monitor_.should_stop(); };
@@ -68,8 +67,8 @@ class NlpSolve {
                            [](double v) { return std::fabs(v) > kFar; });
     }
 
-    nslp_problem& problem_;
     const Model& model_;
+    const Params& controls_;
     Monitor& monitor_;
     ModelFunctions functions_;
     Judge judge_;
@@ -256,7 +255,7 @@ NlpSolve::Verdict NlpSolve::solve() {
     Verdict verdict = search(start, is_warm);
     const bool is_open = verdict.status == NSLP_LOCALLY_INFEASIBLE ||
                          (verdict.status == NSLP_UNFINISHED && verdict.stop == NLRA_STOP_NONE);
-    if (is_open && linear_part_is_infeasible(model_, problem_.base->controls, monitor_)) {
+    if (is_open && linear_part_is_infeasible(model_, controls_, monitor_)) {
         return {NSLP_INFEASIBLE};
     }
     if (verdict.status == NSLP_LOCALLY_INFEASIBLE) verdict = start_elsewhere(verdict, x);
@@ -265,16 +264,11 @@ NlpSolve::Verdict NlpSolve::solve() {
     return verdict;
 }
 
-void NlpSolve::finish(const Verdict& verdict) {
-    nslp_problem::Result& result = problem_.result;
-    result.status = verdict.status;
-    result.stop = verdict.stop;
-    result.iterations = iterations_;
-    LastPoint& last = problem_.base->model.formulas.last;
-    last = LastPoint();
-    if (!verdict.has_point) return;
+NlpOutcome NlpSolve::finish(const Verdict& verdict) {
+    NlpOutcome outcome{verdict.status, verdict.stop, iterations_, {}};
+    if (!verdict.has_point) return outcome;
     const double sense = functions_.sense();
-    Solution& solution = result.solution;
+    Solution& solution = outcome.solution;
     solution.x = result_.x;
     evaluate(model_, solution);  // for the rows that the functions leave out
     solution.dual.assign(static_cast<size_t>(model_.rows()), 0.0);
@@ -294,22 +288,27 @@ void NlpSolve::finish(const Verdict& verdict) {
     solution.objective = sense * result_.objective + 0.0;
     solution.present = true;
     solution.has_duals = true;
-    if (verdict.status != NSLP_LOCALLY_INFEASIBLE) {
-        last = {solution.x, solution.dj, solution.dual};
-    }
+    return outcome;
 }
 
-void NlpSolve::run() {
+NlpOutcome NlpSolve::run() {
     monitor_.log(1, "Interior point method: %d columns, %d rows (%zu with nonlinear formulas)",
                  functions_.structure().columns, functions_.structure().rows,
                  model_.formulas.rows.size());
-    finish(solve());
+    return finish(solve());
 }
 
 }  // namespace
 
-void solve_nlp_locally(nslp_problem& problem, Monitor& monitor) {
-    NlpSolve(problem, monitor).run();
+NlpOutcome solve_nlp_locally(const Model& model, const Params& controls, const NlpOptions& options,
+                             Monitor& monitor) {
+    return NlpSolve(model, controls, options, monitor).run();
+}
+
+LastPoint end_of(const NlpOutcome& outcome) {
+    const Solution& solution = outcome.solution;
+    if (!solution.present || outcome.status == NSLP_LOCALLY_INFEASIBLE) return {};
+    return {solution.x, solution.dj, solution.dual};
 }
 
 }  // namespace nlra

@@ -2,12 +2,27 @@
 // a global one where the model is proven convex.
 #pragma once
 
-#include "api/nonlinear_problem.hpp"
+#include "nonlinear/ipopt_adapter.hpp"
+#include "params/params.hpp"
 #include "search/monitor.hpp"
+#include "search/solution.hpp"
+#include "store/model.hpp"
 
 namespace nlra {
 
-// Fills in the problem's result. Throws what user functions threw.
-void solve_nlp_locally(nslp_problem& problem, Monitor& monitor);
+struct NlpOutcome {
+    int status = 0;  // NSLP_STATUS
+    int stop = 0;    // NLRA_STOP_...
+    long iterations = 0;
+    Solution solution;  // not present where no point is known
+};
+
+// Column types, sets and indicators are not looked at. `controls` are the optimizer's. Throws what
+// user functions threw.
+NlpOutcome solve_nlp_locally(const Model& model, const Params& controls, const NlpOptions& options,
+                             Monitor& monitor);
+
+// Where the next solve of the model can begin after this one.
+LastPoint end_of(const NlpOutcome& outcome);
 
 }  // namespace nlra

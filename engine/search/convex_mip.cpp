@@ -60,9 +60,9 @@ std::optional<MipOutcome> solve_convex_mip(const Model& model, const Params& par
     return outcome;
 }
 
-bool solve_convex_mip(nslp_problem& problem, Monitor& monitor) {
+bool solve_convex_mip(nslp_problem& problem, const Model& model, Monitor& monitor) {
     nlra_problem& base = *problem.base;
-    std::optional<MipOutcome> outcome = solve_convex_mip(base.model, base.controls, {}, monitor);
+    std::optional<MipOutcome> outcome = solve_convex_mip(model, base.controls, {}, monitor);
     if (!outcome) return false;
     nslp_problem::Result& result = problem.result;
     switch (outcome->status) {

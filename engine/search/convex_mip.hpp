@@ -20,7 +20,8 @@ class Monitor;
 std::optional<MipOutcome> solve_convex_mip(const Model& model, const Params& params,
                                            const std::vector<double>& start, Monitor& monitor);
 
-// The same for a nonlinear problem: fills in its result, or returns false with nothing changed.
-bool solve_convex_mip(nslp_problem& problem, Monitor& monitor);
+// The same for a form of a nonlinear problem: fills in the problem's result with the solution of
+// this model, or returns false with nothing changed.
+bool solve_convex_mip(nslp_problem& problem, const Model& model, Monitor& monitor);
 
 }  // namespace nlra

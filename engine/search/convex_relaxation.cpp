@@ -2,15 +2,15 @@
 
 #include <utility>
 
-#include "api/nonlinear_problem.hpp"
-#include "api/problem.hpp"
 #include "nonlinear/convex_qp.hpp"
+#include "nonlinear/nlp_options.hpp"
 #include "nonlinear/nlp_solve.hpp"
+#include "nslp.h"
 
 namespace nlra {
 namespace {
 
-int lp_status(const nslp_problem::Result& result) {
+int lp_status(const NlpOutcome& result) {
     switch (result.status) {
         case NSLP_GLOBALLY_OPTIMAL:
             return NLRA_LP_OPTIMAL;
@@ -28,17 +28,13 @@ int lp_status(const nslp_problem::Result& result) {
 LpOutcome solve_convex_relaxation(const Model& model, const Params& params, Monitor& monitor) {
     const DetailLog detail(monitor);
     if (model.formulas.empty()) return solve_convex_quadratic(model, params, monitor, nullptr);
-    nlra_problem relaxed;
-    relaxed.controls = params;
-    relaxed.model = model;
-    for (int j = 0; j < model.cols(); ++j) relaxed.model.set_type(j, 'C');
-    nslp_problem nonlinear(relaxed);
-    solve_nlp_locally(nonlinear, monitor);
+    const NlpOptions options = nlp_options(Params(interior_control_table()), params);
+    NlpOutcome result = solve_nlp_locally(model, params, options, monitor);
     LpOutcome outcome;
-    outcome.status = lp_status(nonlinear.result);
-    outcome.stop = nonlinear.result.stop;
-    outcome.iterations = nonlinear.result.iterations;
-    outcome.solution = std::move(nonlinear.result.solution);
+    outcome.status = lp_status(result);
+    outcome.stop = result.stop;
+    outcome.iterations = result.iterations;
+    outcome.solution = std::move(result.solution);
     return outcome;
 }
 

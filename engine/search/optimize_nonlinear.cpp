@@ -1,9 +1,17 @@
 #include "search/optimize_nonlinear.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "api/problem.hpp"
+#include "nonlinear/epigraph.hpp"
+#include "nonlinear/model_values.hpp"
+#include "nonlinear/nlp_functions.hpp"
+#include "nonlinear/nlp_judge.hpp"
+#include "nonlinear/nlp_options.hpp"
 #include "nonlinear/nlp_solve.hpp"
 #include "nonlinear/nonsmooth_formulas.hpp"
 #include "nonlinear/user_function.hpp"
@@ -28,18 +36,118 @@ bool is_continuous(const Model& model) {
     return fixed;
 }
 
+// Cuts the solution of a model that columns and rows have been added to down to the model's own,
+// with objective and slacks by the model's formulas. False, and no solution, where they are not
+// defined.
+bool cut_down(const Model& model, Solution& solution) {
+    solution.x.resize(static_cast<size_t>(model.cols()));
+    if (solution.has_duals) {
+        solution.dj.resize(static_cast<size_t>(model.cols()));
+        solution.dual.resize(static_cast<size_t>(model.rows()));
+    }
+    try {
+        evaluate_with_formulas(model, solution);
+    } catch (const Error&) {
+        solution.clear();
+    }
+    return solution.present;
+}
+
+// A column that bounds a function may be far from it where nothing holds it there, as where the
+// slope is too flat to be told from none.
+bool is_tight(double objective, const Solution& solution) {
+    constexpr double kTolerance = 1e-5;
+    return std::fabs(objective - solution.objective) <=
+           kTolerance * std::max(1.0, std::fabs(objective));
+}
+
+bool meets_rows(const Model& model, const Solution& solution, double tolerance) {
+    for (int i = 0; i < model.rows(); ++i) {
+        const double value = model.rhs[i] - solution.slack[i];
+        const double miss = violation(value, model.row_lower(i), model.row_upper(i));
+        if (!(miss <= tolerance)) return false;
+    }
+    return true;
+}
+
+// A local end of one form is a global one where another form is proven to be convex.
+void judge_globally(const Model& model, NlpOutcome& outcome, Monitor& monitor) {
+    const bool is_optimum = outcome.status == NSLP_LOCALLY_OPTIMAL;
+    if (!is_optimum && outcome.status != NSLP_LOCALLY_INFEASIBLE) return;
+    if (!ModelFunctions(model, monitor).is_convex()) return;
+    outcome.status = is_optimum ? NSLP_GLOBALLY_OPTIMAL : NSLP_INFEASIBLE;
+}
+
+// Nothing when the smooth form's end says nothing about the model.
+std::optional<NlpOutcome> solve_smooth_form(const nslp_problem& problem, const Model& smooth,
+                                            Monitor& monitor) {
+    const Model& model = problem.base->model;
+    const Params& controls = problem.base->controls;
+    const NlpOptions options = nlp_options(problem.interior, controls);
+    NlpOutcome outcome = solve_nlp_locally(smooth, controls, options, monitor);
+    if (outcome.status == NSLP_UNFINISHED && outcome.stop == NLRA_STOP_NONE) return {};
+    judge_globally(model, outcome, monitor);
+    if (!outcome.solution.present) return outcome;
+    const double objective = outcome.solution.objective;
+    if (!cut_down(model, outcome.solution)) return {};
+    constexpr double kLoosest = 1e-6;
+    const double tolerance = std::max(10.0 * controls.get_double(kFeasTol), kLoosest);
+    const bool is_optimum =
+        outcome.status == NSLP_LOCALLY_OPTIMAL || outcome.status == NSLP_GLOBALLY_OPTIMAL;
+    if (is_optimum && !(is_tight(objective, outcome.solution) &&
+                        meets_rows(model, outcome.solution, tolerance))) {
+        return {};
+    }
+    return outcome;
+}
+
+void solve_continuous(nslp_problem& problem, const std::optional<Model>& smooth, Monitor& monitor) {
+    Model& model = problem.base->model;
+    std::optional<NlpOutcome> outcome;
+    if (smooth) {
+        outcome = solve_smooth_form(problem, *smooth, monitor);
+        if (!outcome) monitor.log(1, "Trying again with subgradients at all kinks");
+    }
+    if (!outcome) {
+        const Params& controls = problem.base->controls;
+        outcome =
+            solve_nlp_locally(model, controls, nlp_options(problem.interior, controls), monitor);
+    }
+    model.formulas.last = end_of(*outcome);
+    problem.result.status = outcome->status;
+    problem.result.stop = outcome->stop;
+    problem.result.iterations = outcome->iterations;
+    problem.result.solution = std::move(outcome->solution);
+}
+
+bool solve_discrete(nslp_problem& problem, const std::optional<Model>& smooth, Monitor& monitor) {
+    const Model& model = problem.base->model;
+    if (!smooth || !solve_convex_mip(problem, *smooth, monitor)) {
+        return solve_convex_mip(problem, model, monitor);
+    }
+    Solution& solution = problem.result.solution;
+    if (solution.present && !cut_down(model, solution)) problem.result.status = NSLP_UNFINISHED;
+    return true;
+}
+
 // The first method that takes the model.
 void solve(nslp_problem& problem, Monitor& monitor) {
     const Model& model = problem.base->model;
     const std::string obstacle = solve_nonsmooth(problem, monitor);
     if (obstacle.empty()) return;
     const bool has_kinks = function_kinds(model.formulas).nonsmooth;
-    if (has_kinks) {
+    std::optional<Model> smooth;
+    if (has_kinks) smooth = epigraph_form(model);
+    if (smooth) {
+        monitor.log(1, "Functions with kinks are bounded from one side: %d columns, %d rows added",
+                    smooth->cols() - model.cols(), smooth->rows() - model.rows());
+    }
+    if (has_kinks && (!smooth || function_kinds(smooth->formulas).nonsmooth)) {
         monitor.log(1, "Functions with kinks are not reformulated (%s): subgradients are used",
                     obstacle.c_str());
     }
-    if (is_continuous(model)) return solve_nlp_locally(problem, monitor);
-    if (solve_convex_mip(problem, monitor)) return;
+    if (is_continuous(model)) return solve_continuous(problem, smooth, monitor);
+    if (solve_discrete(problem, smooth, monitor)) return;
     const std::string kinks = " (functions with kinks are not reformulated: " + obstacle + ")";
     fail(NLRA_ERROR_UNSUPPORTED,
          "a problem with nonlinear formulas that is not convex cannot have integer or "
