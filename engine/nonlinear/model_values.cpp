@@ -72,4 +72,17 @@ void evaluate_with_formulas(const Model& model, Solution& solution) {
     solution.present = true;
 }
 
+void count_formulas_of_free_rows(const Model& model, Solution& solution) {
+    std::vector<int> rows;
+    std::vector<const Formula*> formulas;
+    for (const auto& [row, formula] : model.formulas.rows) {
+        if (model.row_lower(row) > -kInfinity || model.row_upper(row) < kInfinity) continue;
+        rows.push_back(row);
+        formulas.push_back(&formula);
+    }
+    if (rows.empty()) return;
+    const std::vector<double> values = formula_values(model, formulas, solution.x.data());
+    for (size_t i = 0; i < rows.size(); ++i) solution.slack[rows[i]] -= values[i];
+}
+
 }  // namespace nlra

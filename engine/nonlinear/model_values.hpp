@@ -14,4 +14,8 @@ double formula_value(const Model& model, const Formula& formula, const double* x
 // the solution is then not present.
 void evaluate_with_formulas(const Model& model, Solution& solution);
 
+// The slack of rows that have a formula but no bounds, which solvers leave out: in `slack` their
+// formula is not counted before. NaN where it is not defined. Throws where a user function fails.
+void count_formulas_of_free_rows(const Model& model, Solution& solution);
+
 }  // namespace nlra

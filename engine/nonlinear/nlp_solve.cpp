@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "nonlinear/model_values.hpp"
 #include "nonlinear/nlp_functions.hpp"
 #include "nonlinear/nlp_judge.hpp"
 #include "nonlinear/nlp_start.hpp"
@@ -270,7 +271,9 @@ NlpOutcome NlpSolve::finish(const Verdict& verdict) {
     const double sense = functions_.sense();
     Solution& solution = outcome.solution;
     solution.x = result_.x;
-    evaluate(model_, solution);  // for the rows that the functions leave out
+    // For the rows that the functions leave out.
+    evaluate(model_, solution);
+    count_formulas_of_free_rows(model_, solution);
     solution.dual.assign(static_cast<size_t>(model_.rows()), 0.0);
     solution.dj.resize(result_.x.size());
     const std::vector<int>& rows = functions_.model_rows();

@@ -126,6 +126,15 @@ def test_rows_without_a_term():
     assert p.getProbStatusString() == "nlp_infeasible"
 
 
+def test_rows_without_bounds():
+    x, y = pair(0.5)
+    free = [nalora.constraint(body=b, lb=-math.inf) for b in (nalora.exp(x), nalora.log(x - 2))]
+    p = nalora.problem(x, y, free, (x - 1) ** 2 + nalora.exp(y))
+    solved(p)
+    slack = p.getSlack()
+    assert slack[0] == pytest.approx(-math.e, rel=1e-6) and math.isnan(slack[1])
+
+
 def test_models_without_variables_that_can_move():
     p = nalora.problem(nalora.user(lambda a: a * a, nalora.Sum(2.0)) <= 5)
     p.setObjective(nalora.user(lambda a: a + 1, nalora.Sum(3.0)))
