@@ -11,6 +11,8 @@
 
 namespace nalora {
 
+inline bool is_main_thread() noexcept { return syscall(SYS_gettid) == getpid(); }
+
 // Call what asks for the interpreter lock. While the interpreter shuts down it ends every other
 // thread that asks, by unwinding it, which C++ code in between does not survive. Such a thread (a
 // daemon in the middle of a solve) sleeps instead until the process is gone.
@@ -18,8 +20,7 @@ template <class Ask>
 auto ask_for_lock(Ask ask) noexcept {
     try {
         // The main thread shuts the interpreter down and may pass through here on its way.
-        const bool main_thread = syscall(SYS_gettid) == getpid();
-        if (main_thread || !interpreter_is_finalizing()) return ask();
+        if (!interpreter_is_finalizing() || is_main_thread()) return ask();
     } catch (...) {
         // The unwinding of the thread. It stays in here: it may not be caught and then dropped.
         while (true) pause();
