@@ -120,12 +120,16 @@ Ref validate_vector(Call& call) {
 constexpr Method kNonlinearMethods[] = {
     {.name = "nlpoptimize",
      .parameters = kFlags,
-     .doc = "Solve the problem by the nonlinear solver, whether it has nonlinear formulas or not;\n"
-            "other Python threads wait. Finds a local optimum, which is a global one where the\n"
-            "problem is proven to be convex.\n\n"
-            "Arguments: flags, a str; no letter has a meaning but 'g', which is accepted. Raises\n"
-            "SolverError when the problem cannot be solved, as for integer variables, and what a\n"
-            "user function raised.",
+     .doc =
+         "Solve the problem by the nonlinear solver, whether it has nonlinear formulas or not;\n"
+         "other Python threads wait. Piecewise linear formulas are reformulated, convex problems\n"
+         "with integer variables solved by outer approximation, both to a global optimum; of\n"
+         "others a local optimum is found, by an interior point method, which is a global one\n"
+         "where the problem is proven to be convex. It begins where the last solve ended, or at\n"
+         "the initial values if any have been set since then (see chgvar()).\n\n"
+         "Arguments: flags, a str; no letter has a meaning but 'g', which is accepted. Raises\n"
+         "SolverError when the problem cannot be solved, as with integer variables where it is\n"
+         "not convex, and what a user function raised.",
      .call = [](Call& c) { return optimize(c, nonlinear(c), NSLPnlpoptimize); },
      .prepare = require_nonlinear},
     {.name = "getslpsol",
