@@ -9,14 +9,9 @@ import pytest
 
 import nalora
 
+pytestmark = pytest.mark.usefixtures("silent")
+
 GLOBAL = "nlp_globally_optimal"
-
-
-@pytest.fixture(autouse=True)
-def silent():
-    nalora.setOutputEnabled(False)
-    yield
-    nalora.setOutputEnabled(True)
 
 
 @pytest.mark.parametrize("sense", [nalora.minimize, nalora.maximize])

@@ -7,16 +7,11 @@ import pytest
 
 import nalora
 
+pytestmark = pytest.mark.usefixtures("silent")
+
 GLOBAL = "nlp_globally_optimal"
 LOCAL = "nlp_solution"
 FREE = 1e20
-
-
-@pytest.fixture(autouse=True)
-def silent():
-    nalora.setOutputEnabled(False)
-    yield
-    nalora.setOutputEnabled(True)
 
 
 def free(**kwargs):

@@ -8,14 +8,9 @@ import pytest
 
 import nalora
 
+pytestmark = pytest.mark.usefixtures("silent")
+
 INF = nalora.infinity
-
-
-@pytest.fixture(autouse=True)
-def silent():
-    nalora.setOutputEnabled(False)
-    yield
-    nalora.setOutputEnabled(True)
 
 
 def model():

@@ -8,14 +8,9 @@ import pytest
 
 import nalora
 
+pytestmark = pytest.mark.usefixtures("silent")
+
 LOCAL, GLOBAL, INFEASIBLE = "nlp_solution", "nlp_globally_optimal", "nlp_locally_infeasible"
-
-
-@pytest.fixture(autouse=True)
-def silent():
-    nalora.setOutputEnabled(False)
-    yield
-    nalora.setOutputEnabled(True)
 
 
 def pair(lower=-10, upper=10):

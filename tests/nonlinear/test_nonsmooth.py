@@ -6,15 +6,10 @@ import pytest
 
 import nalora
 
+pytestmark = pytest.mark.usefixtures("silent")
+
 GLOBAL = "nlp_globally_optimal"
 FREE = 1e20
-
-
-@pytest.fixture(autouse=True)
-def silent():
-    nalora.setOutputEnabled(False)
-    yield
-    nalora.setOutputEnabled(True)
 
 
 def optimum(p):

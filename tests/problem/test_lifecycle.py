@@ -12,12 +12,7 @@ from conftest import allocated
 
 import nalora
 
-
-@pytest.fixture(autouse=True)
-def silent():
-    nalora.setOutputEnabled(False)
-    yield
-    nalora.setOutputEnabled(True)
+pytestmark = pytest.mark.usefixtures("silent")
 
 
 @pytest.fixture

@@ -18,7 +18,9 @@ class FreeList {
 #ifndef NALORA_NO_FREELIST
         return take(in_slab());
 #else
-        return take(PyObject_New(Object, &Type));
+        Ref object = take(PyObject_New(Object, &Type));
+        ++objects_outside_slabs;
+        return object;
 #endif
     }
 
@@ -32,8 +34,12 @@ class FreeList {
             }
             return object;
         }
-#endif
         return PyType_GenericAlloc(type, items);
+#else
+        PyObject* object = PyType_GenericAlloc(type, items);
+        if (object != nullptr && type == &Type) ++objects_outside_slabs;
+        return object;
+#endif
     }
 
     // For tp_dealloc, after the fields were released.
@@ -43,6 +49,8 @@ class FreeList {
             slab_pool<sizeof(Object)>().deallocate(object);
             return;
         }
+#else
+        if (Py_TYPE(object) == &Type) --objects_outside_slabs;
 #endif
         Py_TYPE(object)->tp_free(object);
     }

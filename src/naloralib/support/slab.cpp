@@ -13,7 +13,7 @@ SlabPool* pools = nullptr;  // those that ever had a chunk
 }
 
 uint64_t SlabPool::live_cells() noexcept {
-    uint64_t total = 0;
+    uint64_t total = objects_outside_slabs;
     for (const SlabPool* pool = pools; pool != nullptr; pool = pool->next_pool_) {
         total += pool->used_;
     }

@@ -9,6 +9,9 @@
 
 namespace nalora {
 
+// Objects that have memory of their own, in builds that use no slabs for them.
+inline constinit uint64_t objects_outside_slabs = 0;
+
 class SlabPool {
   public:
     explicit constexpr SlabPool(std::size_t cell_size) noexcept
@@ -49,7 +52,7 @@ class SlabPool {
             drop_chunk(chunk);
     }
 
-    // Cells in use in all pools.
+    // Cells in use in all pools, and objects outside of slabs.
     static uint64_t live_cells() noexcept;
 
   private:
