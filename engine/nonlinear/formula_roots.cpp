@@ -4,35 +4,24 @@
 #include <cmath>
 
 #include "nlra.h"
+#include "nonlinear/merge_equal.hpp"
 #include "store/error.hpp"
 
 namespace nlra {
 
 namespace {
 
-// Sort and add up what has the same key; zeros go.
-template <class Term, class Before, class Same>
-void merge_terms(std::vector<Term>& terms, const Before& before, const Same& same) {
-    sort_terms(terms, before);
-    size_t kept = 0;
-    for (size_t i = 0; i < terms.size();) {
-        Term merged = terms[i++];
-        while (i < terms.size() && same(terms[i], merged)) merged.value += terms[i++].value;
-        if (merged.value != 0.0) terms[kept++] = merged;
-    }
-    terms.resize(kept);
+// Zeros go.
+template <class Term, class Before>
+void merge_terms(std::vector<Term>& terms, Before before) {
+    merge_equal(terms, before);
+    std::erase_if(terms, [](const Term& term) { return term.value == 0.0; });
 }
 
 void normalize(RootParts& parts) {
-    merge_terms(
-        parts.linear, [](const LinearTerm& a, const LinearTerm& b) { return a.col < b.col; },
-        [](const LinearTerm& a, const LinearTerm& b) { return a.col == b.col; });
-    merge_terms(parts.quadratic, term_before, [](const QuadTerm& a, const QuadTerm& b) {
-        return a.col1 == b.col1 && a.col2 == b.col2;
-    });
-    merge_terms(
-        parts.rest, [](const Entry& a, const Entry& b) { return a.node < b.node; },
-        [](const Entry& a, const Entry& b) { return a.node == b.node; });
+    merge_terms(parts.linear, column_before);
+    merge_terms(parts.quadratic, term_before);
+    merge_terms(parts.rest, [](const Entry& a, const Entry& b) { return a.node < b.node; });
 }
 
 QuadTerm quad_term(int a, int b, double value) { return {std::min(a, b), std::max(a, b), value}; }

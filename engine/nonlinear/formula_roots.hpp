@@ -15,6 +15,7 @@ struct LinearTerm {
 
     bool operator==(const LinearTerm&) const = default;
 };
+inline bool column_before(const LinearTerm& a, const LinearTerm& b) { return a.col < b.col; }
 
 // constant + linear + quadratic + sum of rest, where no term of the rest is linear, a square of a
 // column or a product of two.

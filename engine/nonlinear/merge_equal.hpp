@@ -10,7 +10,9 @@ namespace nlra {
 // so that the sums do not depend on the sorting.
 template <class Term, class Before>
 void merge_equal(std::vector<Term>& terms, Before before) {
-    std::stable_sort(terms.begin(), terms.end(), before);
+    if (!std::is_sorted(terms.begin(), terms.end(), before)) {
+        std::stable_sort(terms.begin(), terms.end(), before);
+    }
     size_t kept = 0;
     for (size_t i = 0; i < terms.size(); ++i) {
         if (kept > 0 && !before(terms[kept - 1], terms[i])) {

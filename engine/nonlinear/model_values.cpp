@@ -39,6 +39,10 @@ std::vector<double> formula_values(const Model& model, const std::vector<const F
     return values;
 }
 
+bool is_free_row(const Model& model, int row) {
+    return model.row_lower(row) <= -kInfinity && model.row_upper(row) >= kInfinity;
+}
+
 }  // namespace
 
 double formula_value(const Model& model, const Formula& formula, const double* x) {
@@ -63,7 +67,7 @@ void evaluate_with_formulas(const Model& model, Solution& solution) {
     size_t at = 1;
     for (const auto& [row, formula] : model.formulas.rows) {
         const double value = values[at++];
-        if (!std::isfinite(value)) {
+        if (!std::isfinite(value) && !is_free_row(model, row)) {
             fail(NLRA_ERROR_STATE, "row %s is not defined at this point",
                  model.rownames.get(row).c_str());
         }
@@ -76,7 +80,7 @@ void count_formulas_of_free_rows(const Model& model, Solution& solution) {
     std::vector<int> rows;
     std::vector<const Formula*> formulas;
     for (const auto& [row, formula] : model.formulas.rows) {
-        if (model.row_lower(row) > -kInfinity || model.row_upper(row) < kInfinity) continue;
+        if (!is_free_row(model, row)) continue;
         rows.push_back(row);
         formulas.push_back(&formula);
     }

@@ -10,8 +10,9 @@ namespace nlra {
 // function fails, NLRA_ERROR_ARGUMENT for tokens that are no formula.
 double formula_value(const Model& model, const Formula& formula, const double* x);
 
-// Fill objective and slack from x as evaluate() does, with the formulas' values. Throws as above;
-// the solution is then not present.
+// Fill objective and slack from x as evaluate() does, with the formulas' values. Throws as above,
+// but not for a formula that is not defined in a row without bounds: its slack is NaN. After that
+// the solution is not present.
 void evaluate_with_formulas(const Model& model, Solution& solution);
 
 // The slack of rows that have a formula but no bounds, which solvers leave out: in `slack` their

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "nonlinear/curvature.hpp"
 #include "nonlinear/merge_equal.hpp"
 
 namespace nlra {
@@ -94,8 +93,7 @@ void ModelFunctions::add_rows() {
 void ModelFunctions::plan() {
     std::vector<const RootParts*> parts;
     for (Root& root : roots_) {
-        merge_equal(root.parts.linear,
-                    [](const LinearTerm& a, const LinearTerm& b) { return a.col < b.col; });
+        merge_equal(root.parts.linear, column_before);
         merge_equal(root.parts.quadratic, term_before);
         parts.push_back(&root.parts);
     }
@@ -183,14 +181,21 @@ bool ModelFunctions::progress(const NlpProgress& progress) {
     return !monitor_.should_stop();
 }
 
+const CurvatureAnalysis& ModelFunctions::analysis() const {
+    if (!analysis_) {
+        analysis_ = std::make_unique<CurvatureAnalysis>(formulas_.graph(), model_.lower.data(),
+                                                        model_.upper.data());
+    }
+    return *analysis_;
+}
+
 // A row needs a convex function below its upper side and a concave one above its lower side. A
 // stop ends the proof as failed.
 bool ModelFunctions::is_convex() const {
-    const CurvatureAnalysis analysis(formulas_.graph(), model_.lower.data(), model_.upper.data());
     const StopPoll poll = [this] { return monitor_.should_stop(); };
     try {
         return std::all_of(roots_.begin(), roots_.end(), [&](const Root& root) {
-            const Shape shape = analysis.shape(root.parts, poll);
+            const Shape shape = analysis().shape(root.parts, poll);
             if (root.row == kObjective) return shape.convex;
             return (row_upper_[root.row] >= kInfinity || shape.convex) &&
                    (row_lower_[root.row] <= -kInfinity || shape.concave);
@@ -201,9 +206,8 @@ bool ModelFunctions::is_convex() const {
 }
 
 bool ModelFunctions::range_is_contradictory(double tolerance) const {
-    const CurvatureAnalysis analysis(formulas_.graph(), model_.lower.data(), model_.upper.data());
     return std::any_of(roots_.begin() + 1, roots_.end(), [&](const Root& root) {
-        const Interval range = analysis.range(root.parts);
+        const Interval range = analysis().range(root.parts);
         const double low = row_lower_[root.row], high = row_upper_[root.row];
         return range.high < low - tolerance * std::max(1.0, std::fabs(low)) ||
                range.low > high + tolerance * std::max(1.0, std::fabs(high));

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "nonlinear/curvature.hpp"
 #include "nonlinear/formula_roots.hpp"
 #include "nonlinear/ipopt_adapter.hpp"
 #include "nonlinear/tape.hpp"
@@ -65,6 +66,7 @@ class ModelFunctions : public NlpFunctions {
     RootParts parts_of(const Formula& formula, const std::vector<QuadTerm>* quadratic,
                        double factor);
     void plan();
+    const CurvatureAnalysis& analysis() const;
 
     const Model& model_;
     Monitor& monitor_;
@@ -78,6 +80,7 @@ class ModelFunctions : public NlpFunctions {
     std::vector<Root> roots_;
     std::vector<Coefficient> linear_;  // of linear rows
     std::unique_ptr<Tape> tape_;
+    mutable std::unique_ptr<CurvatureAnalysis> analysis_;  // made when it is first asked for
 
     NlpStructure structure_;
     int last_iteration_ = 0;

@@ -18,7 +18,7 @@ constexpr double kActive = 1e-6;
 double violation(double value, double low, double high) {
     const double below = low > -kInfinity ? (low - value) / std::max(1.0, std::fabs(low)) : 0.0;
     const double above = high < kInfinity ? (value - high) / std::max(1.0, std::fabs(high)) : 0.0;
-    return std::max({0.0, below, above});
+    return std::isnan(below + above) ? kInfinity : std::max({0.0, below, above});
 }
 
 bool Judge::measure(NlpResult& result, NlpResiduals& residuals) {

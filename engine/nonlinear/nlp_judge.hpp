@@ -19,7 +19,8 @@ struct NlpResiduals {
     double violation = 0.0;  // of rows, the largest in absolute terms
 };
 
-// Relative to a side that is greater than 1.
+// Relative to a side that is greater than 1. Infinite for a value that is no number, where there is
+// a side at all.
 double violation(double value, double low, double high);
 
 class Judge {

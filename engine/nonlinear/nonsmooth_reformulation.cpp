@@ -2,33 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <utility>
 
+#include "nonlinear/merge_equal.hpp"
 #include "nonlinear/nonsmooth_builder.hpp"
 #include "search/activity.hpp"
 
 namespace nlra {
-
-namespace {
-
-// Both in a model's order of terms.
-std::vector<QuadTerm> sum_of_terms(const std::vector<QuadTerm>& a, const std::vector<QuadTerm>& b) {
-    std::vector<QuadTerm> all;
-    std::merge(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(all), term_before);
-    size_t kept = 0;
-    for (const QuadTerm& term : all) {
-        if (kept > 0 && !term_before(all[kept - 1], term)) {
-            all[kept - 1].value += term.value;
-        } else {
-            all[kept++] = term;
-        }
-    }
-    all.resize(kept);
-    return all;
-}
-
-}  // namespace
 
 NonsmoothReformulation::NonsmoothReformulation(const Model& model)
     : model_(model), products_as_nodes_(model.is_mip()), formulas_(model, products_as_nodes_) {
@@ -148,7 +128,11 @@ void NonsmoothReformulation::assemble(const NonsmoothBuilder& builder) {
     plain_.add_sets(model_.sets);
     plain_.indicators = model_.indicators;
     if (products_as_nodes_) return;
-    plain_.set_qobj(sum_of_terms(model_.qobj, objective.parts.quadratic));
+    std::vector<QuadTerm> quadratic = model_.qobj;
+    const std::vector<QuadTerm>& more = objective.parts.quadratic;
+    quadratic.insert(quadratic.end(), more.begin(), more.end());
+    merge_equal(quadratic, term_before);
+    plain_.set_qobj(std::move(quadratic));
     plain_.qrows = model_.qrows;
     for (const NonsmoothFormulas::Root& root : formulas_.roots()) {
         if (root.row < 0 || root.parts.quadratic.empty()) continue;

@@ -4,34 +4,25 @@
 
 #include "api/nonlinear_problem.hpp"
 #include "api/problem.hpp"
+#include "nonlinear/model_values.hpp"
 #include "nonlinear/nlp_functions.hpp"
 #include "search/monitor.hpp"
 #include "search/outer_approximation.hpp"
 #include "search/plain_form.hpp"
 
 namespace nlra {
-namespace {
-
-// x cut down to the model's own columns, with objective and slacks as the functions have them.
-void evaluate_all(const Model& model, Monitor& monitor, Solution& solution) {
-    solution.x.resize(static_cast<size_t>(model.cols()));
-    const double objective = solution.objective;
-    evaluate(model, solution);
-    if (model.formulas.empty()) return;
-    solution.objective = objective;
-    ModelFunctions functions(model, monitor);
-    const std::vector<int>& rows = functions.model_rows();
-    std::vector<double> activity(rows.size());
-    functions.rows(solution.x.data(), activity.data());
-    for (size_t i = 0; i < rows.size(); ++i) {
-        solution.slack[rows[i]] = model.rhs[rows[i]] - activity[i] + 0.0;
-    }
-    for (const auto& [row, value] : functions.constant_rows()) {
-        solution.slack[row] = model.rhs[row] - value + 0.0;
+int nonlinear_status_of_mip(int status) {
+    switch (status) {
+        case NLRA_MIP_OPTIMAL:
+            return NSLP_GLOBALLY_OPTIMAL;
+        case NLRA_MIP_INFEAS:
+            return NSLP_INFEASIBLE;
+        case NLRA_MIP_UNBOUNDED:
+            return NSLP_UNBOUNDED;
+        default:
+            return NSLP_UNFINISHED;
     }
 }
-
-}  // namespace
 
 std::optional<MipOutcome> solve_convex_mip(const Model& model, const Params& params,
                                            const std::vector<double>& start, Monitor& monitor) {
@@ -56,7 +47,9 @@ std::optional<MipOutcome> solve_convex_mip(const Model& model, const Params& par
                 form.model().rows());
     MipOutcome outcome = approximate_outside(form, functions, params,
                                              start.empty() ? start : form.extend(start), monitor);
-    if (outcome.solution.present) evaluate_all(model, monitor, outcome.solution);
+    if (!outcome.solution.present) return outcome;
+    outcome.solution.x.resize(static_cast<size_t>(model.cols()));
+    evaluate_with_formulas(model, outcome.solution);
     return outcome;
 }
 
@@ -65,19 +58,7 @@ bool solve_convex_mip(nslp_problem& problem, const Model& model, Monitor& monito
     std::optional<MipOutcome> outcome = solve_convex_mip(model, base.controls, {}, monitor);
     if (!outcome) return false;
     nslp_problem::Result& result = problem.result;
-    switch (outcome->status) {
-        case NLRA_MIP_OPTIMAL:
-            result.status = NSLP_GLOBALLY_OPTIMAL;
-            break;
-        case NLRA_MIP_INFEAS:
-            result.status = NSLP_INFEASIBLE;
-            break;
-        case NLRA_MIP_UNBOUNDED:
-            result.status = NSLP_UNBOUNDED;
-            break;
-        default:
-            result.status = NSLP_UNFINISHED;
-    }
+    result.status = nonlinear_status_of_mip(outcome->status);
     result.stop = outcome->stop;
     result.iterations = static_cast<long>(outcome->iterations);
     result.solution = std::move(outcome->solution);

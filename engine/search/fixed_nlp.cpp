@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "linear/relaxation.hpp"
+#include "nonlinear/nlp_judge.hpp"
 #include "nonlinear/stoppable_nlp.hpp"
 
 namespace nlra {
@@ -13,13 +14,6 @@ namespace {
 constexpr int kMaxIterations = 500;
 // Bounds that rows leave this close together hold one value.
 constexpr double kSame = 1e-9;
-
-double outside(double value, double low, double high) {
-    const double below = low > -kInfinity ? (low - value) / std::max(1.0, std::fabs(low)) : 0.0;
-    const double above = high < kInfinity ? (value - high) / std::max(1.0, std::fabs(high)) : 0.0;
-    const double worst = std::max({0.0, below, above});
-    return std::isnan(value) ? kInfinity : worst;
-}
 
 }  // namespace
 
@@ -158,7 +152,7 @@ FixedNlp::End FixedNlp::solve(std::vector<double>& x) {
 double FixedNlp::violation(const std::vector<double>& x) {
     double worst = 0.0;
     for (int j = 0; j < model_.cols(); ++j) {
-        worst = std::max(worst, outside(x[j], model_.lower[j], model_.upper[j]));
+        worst = std::max(worst, nlra::violation(x[j], model_.lower[j], model_.upper[j]));
     }
     const NlpBounds all = functions_.bounds();
     activity_.resize(functions_.structure().rows);
@@ -167,10 +161,11 @@ double FixedNlp::violation(const std::vector<double>& x) {
         return kInfinity;
     }
     for (size_t i = 0; i < activity_.size(); ++i) {
-        worst = std::max(worst, outside(activity_[i], all.row_lower[i], all.row_upper[i]));
+        worst = std::max(worst, nlra::violation(activity_[i], all.row_lower[i], all.row_upper[i]));
     }
     for (const auto& [row, constant] : functions_.constant_rows()) {
-        worst = std::max(worst, outside(constant, model_.row_lower(row), model_.row_upper(row)));
+        worst = std::max(worst,
+                         nlra::violation(constant, model_.row_lower(row), model_.row_upper(row)));
     }
     return worst;
 }

@@ -9,6 +9,7 @@
 #include "linear/linear_solver.hpp"
 #include "linear/relaxation.hpp"
 #include "nonlinear/nonsmooth_reformulation.hpp"
+#include "search/convex_mip.hpp"
 #include "search/optimize.hpp"
 
 namespace nlra {
@@ -25,19 +26,6 @@ int status_of_lp(int status) {
         case NLRA_LP_INFEAS:
             return NSLP_INFEASIBLE;
         case NLRA_LP_UNBOUNDED:
-            return NSLP_UNBOUNDED;
-        default:
-            return NSLP_UNFINISHED;
-    }
-}
-
-int status_of_mip(int status) {
-    switch (status) {
-        case NLRA_MIP_OPTIMAL:
-            return NSLP_GLOBALLY_OPTIMAL;
-        case NLRA_MIP_INFEAS:
-            return NSLP_INFEASIBLE;
-        case NLRA_MIP_UNBOUNDED:
             return NSLP_UNBOUNDED;
         default:
             return NSLP_UNFINISHED;
@@ -147,7 +135,7 @@ void NonsmoothSolve::run_mixed_integer() {
         solve_linear_mip(inner_, monitor_);
         SolveInfo& info = inner_.info;
         const Solution& found = inner_.mip_solution;
-        result_.status = status_of_mip(info.mip_status);
+        result_.status = nonlinear_status_of_mip(info.mip_status);
         if (!found.present) return;
         const bool agrees = settle(found.x) || take(found, found.objective);
         if (agrees && (result_.status != NSLP_GLOBALLY_OPTIMAL || is_within_gap())) return;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "nonlinear/merge_equal.hpp"
+
 namespace nlra {
 namespace {
 
@@ -20,22 +22,6 @@ double at(const std::vector<LinearTerm>& terms, const std::vector<double>& x) {
     double sum = 0.0;
     for (const LinearTerm& term : terms) sum += term.value * x[term.col];
     return sum;
-}
-
-// Each column once.
-std::vector<LinearTerm> merged(std::vector<LinearTerm> terms) {
-    std::stable_sort(terms.begin(), terms.end(),
-                     [](const LinearTerm& a, const LinearTerm& b) { return a.col < b.col; });
-    size_t kept = 0;
-    for (const LinearTerm& term : terms) {
-        if (kept > 0 && terms[kept - 1].col == term.col) {
-            terms[kept - 1].value += term.value;
-        } else {
-            terms[kept++] = term;
-        }
-    }
-    terms.resize(kept);
-    return terms;
 }
 
 }  // namespace
@@ -196,7 +182,9 @@ int TangentModel::add_column(double low) {
 void TangentModel::add_row(const Terms& terms, double low, double high) {
     std::vector<int> index;
     std::vector<double> value;
-    for (const LinearTerm& term : merged(terms)) {
+    Terms merged = terms;
+    merge_equal(merged, column_before);
+    for (const LinearTerm& term : merged) {
         index.push_back(term.col);
         value.push_back(term.value);
     }
