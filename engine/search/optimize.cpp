@@ -21,6 +21,7 @@
 #include "search/monitor.hpp"
 #include "search/reformulate.hpp"
 #include "search/report.hpp"
+#include "search/unused_columns.hpp"
 
 namespace nlra {
 namespace {
@@ -297,6 +298,7 @@ void optimize_lp(nlra_problem& problem, const char* flags) {
     log_header(problem, monitor);
     if (problem.model.is_quadratic()) require_convex(problem, monitor, false);
     solve_continuous(problem, monitor, flags);
+    settle_unused_columns(problem.model, problem.lp_solution);
     log_lp_result(problem, monitor);
 }
 
@@ -311,6 +313,7 @@ void optimize_mip(nlra_problem& problem, const char* flags) {
     if (model.is_quadratic()) require_convex(problem, monitor, true);
     if (std::strchr(flags, 'l') != nullptr) {
         solve_continuous(problem, monitor, flags);
+        settle_unused_columns(model, problem.lp_solution);
         problem.info.mip_status = problem.info.lp_status == NLRA_LP_OPTIMAL
                                       ? NLRA_MIP_LP_OPTIMAL
                                       : NLRA_MIP_LP_NOT_OPTIMAL;
@@ -325,6 +328,8 @@ void optimize_mip(nlra_problem& problem, const char* flags) {
         solve_linear_mip(problem, monitor);
     }
     problem.mip_starts.clear();
+    settle_unused_columns(model, problem.lp_solution);
+    settle_unused_columns(model, problem.mip_solution);
     log_mip_result(problem, monitor);
 }
 

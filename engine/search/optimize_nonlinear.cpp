@@ -19,6 +19,7 @@
 #include "search/monitor.hpp"
 #include "search/nonsmooth_solve.hpp"
 #include "search/report.hpp"
+#include "search/unused_columns.hpp"
 #include "store/error.hpp"
 
 namespace nlra {
@@ -177,10 +178,13 @@ void optimize_nonlinear(nslp_problem& problem) {
         problem.result.stop = NLRA_STOP_USER;
         fail(NLRA_ERROR_STATE, "a user function failed");
     }
+    const Model& model = problem.base->model;
+    Solution& solution = problem.result.solution;
+    settle_unused_columns(model, solution);
     problem.base->info.seconds = monitor.elapsed();
     monitor.log(1, "Nonlinear problem: %s, objective %.10g, %ld iterations, %.2f s",
-                status_text(problem.result.status), problem.result.solution.objective,
-                problem.result.iterations, monitor.elapsed());
+                status_text(problem.result.status), solution.objective, problem.result.iterations,
+                monitor.elapsed());
 }
 
 }  // namespace nlra
