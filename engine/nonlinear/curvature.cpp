@@ -213,12 +213,19 @@ Interval unary_range(Op op, double p, const Interval& x) {
 }  // namespace
 
 CurvatureAnalysis::CurvatureAnalysis(const Graph& graph, const double* lower, const double* upper)
-    : graph_(graph), lower_(lower), upper_(upper), range_(graph.size()), shape_(graph.size()) {
+    : graph_(graph),
+      lower_(lower),
+      upper_(upper),
+      range_(graph.size()),
+      shape_(graph.size()),
+      log_convex_(graph.size(), 0) {
     for (int i = 0; i < graph.size(); ++i) {
         const Node& node = graph.node(i);
         range_[i] = range_of(node);
         if (std::isnan(range_[i].low) || std::isnan(range_[i].high)) range_[i] = kEverything;
         shape_[i] = is_fixed(i) ? kLinearShape : shape_of(node);
+        log_convex_[i] = is_log_convex(i);
+        shape_[i].convex |= log_convex_[i] != 0;
     }
 }
 
@@ -316,7 +323,9 @@ Shape CurvatureAnalysis::shape_of(const Node& node) const {
         case Op::kCall:
             return {};
         default:
-            return compose(behaviour(node.op, node.param, range_[node.first]), shape_[node.first]);
+            out = compose(behaviour(node.op, node.param, range_[node.first]), shape_[node.first]);
+            out.convex |= is_convex_by_argument(node);
+            return out;
     }
 }
 
@@ -341,10 +350,10 @@ Shape CurvatureAnalysis::shape_of_quotient(const Node& node) const {
     if (is_fixed(node.second)) {
         return divisor.low < 0.0 ? shape_[node.first].negated() : shape_[node.first];
     }
-    // A square over what is linear and keeps its sign.
-    const Node& above = graph_.node(node.first);
-    if (above.op == Op::kSquare && shape_[above.first].linear() && shape_[node.second].linear()) {
-        return {divisor.low >= 0.0, divisor.high <= 0.0};
+    // Squares over what is linear and keeps its sign.
+    if (has_convex_root(node.first)) {
+        if (is_positive_concave(node.second)) return {true, false};
+        if (divisor.high <= 0.0 && shape_[node.second].convex) return {false, true};
     }
     if (is_fixed(node.first)) {
         const Shape inverse = compose(power_behaviour(-1.0, divisor), shape_[node.second]);

@@ -51,6 +51,19 @@ class CurvatureAnalysis {
     Shape shape_of(const Node& node) const;
     Shape shape_of_product(const Node& node) const;
     Shape shape_of_quotient(const Node& node) const;
+    // Whether the function is positive and its logarithm convex: exp(f) for a convex f, and what
+    // sums, products and powers make of such. It then is convex itself.
+    bool is_log_convex(int index) const;
+    // Whether the function is nowhere negative and its square root convex: squares, and sums of
+    // them, a norm's argument. It then is convex itself.
+    bool has_convex_root(int index) const;
+    bool is_convex_square(const Node& node) const;
+    bool is_sum_of_squares(const RootParts& parts) const;
+    // By what is known of a unary operation's argument beyond its shape.
+    bool is_convex_by_argument(const Node& node) const;
+    bool is_positive_concave(int node) const {
+        return range_[node].low >= 0.0 && shape_[node].concave;
+    }
     Interval range_of_column(int column) const;
     bool is_fixed(int node) const { return range_[node].low == range_[node].high; }
 
@@ -59,6 +72,7 @@ class CurvatureAnalysis {
     const double* upper_;
     std::vector<Interval> range_;
     std::vector<Shape> shape_;
+    std::vector<char> log_convex_;
 };
 
 }  // namespace nlra

@@ -42,6 +42,7 @@ TEST("nonlinear: curvature of known functions") {
     const std::vector<double> lower = {0.0, -3.0, -kInfinity, -2.0};
     const std::vector<double> upper = {kInfinity, 3.0, kInfinity, -2.0};
     const auto one = constant(1.0);
+    const auto exp_square = f(kFunctionExp, power(z, 2));
     struct Row {
         const char* shape;
         Ptr expression;
@@ -87,6 +88,17 @@ TEST("nonlinear: curvature of known functions") {
                                                 constant(1), constant(2), constant(4)})},
         {"unknown", applied(kFunctionPiecewise, {z, constant(0), constant(0), constant(1),
                                                  constant(1), constant(1), constant(2)})},
+        {"convex", f(kFunctionLog, f(kFunctionExp, y) + constant(2) * exp_square + one)},
+        {"convex", f(kFunctionLog, f(kFunctionExp, y) / (x + one) + power(exp_square, 0.3))},
+        {"unknown", f(kFunctionLog, f(kFunctionExp, y) - f(kFunctionExp, -z))},
+        {"unknown", f(kFunctionLog, f(kFunctionExp, y) + x)},
+        {"convex", f(kFunctionSqrt, power(y, 2) + power(z, 2) + one)},
+        {"convex", f(kFunctionSqrt, power(y - z + one, 2) + power(x + one, 4) + exp_square)},
+        {"convex", power(power(y, 2) + constant(2) * z * y + power(z, 2), 0.7)},
+        {"convex", (power(y, 2) + power(x - z, 2)) / f(kFunctionSqrt, x + one)},
+        {"unknown", f(kFunctionSqrt, power(y, 2) + constant(2.1) * z * y + power(z, 2))},
+        {"unknown", f(kFunctionSqrt, power(z, 2) + constant(2) * z + constant(0.9))},
+        {"unknown", f(kFunctionSqrt, power(power(z, 2) - one, 2) + one)},
         {"unknown", call(0, {x})},
     };
     for (const Row& row : table) {
