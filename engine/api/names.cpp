@@ -40,7 +40,8 @@ int NLRAaddnames(NLRAprob prob, int type, const char* names, int first, int last
     });
 }
 
-int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, int last) {
+int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, int last,
+                    int* ntaken, int* taken) {
     return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
         const Kind kind = name_kind(type);
         const int count = check_range(first, last, kind_size(problem.model, kind), kind);
@@ -50,7 +51,8 @@ int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, 
             fail(NLRA_ERROR_ARGUMENT, "numbers[%d] = %lld is not positive", i,
                  static_cast<long long>(numbers[i]));
         }
-        names_of(problem.model, kind).set_numbered(first, count, numbers);
+        const int found = names_of(problem.model, kind).set_numbered(first, count, numbers, taken);
+        if (ntaken != nullptr) *ntaken = found;
     });
 }
 

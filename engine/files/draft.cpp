@@ -1,28 +1,10 @@
 #include "files/draft.hpp"
 
 #include <algorithm>
-#include <charconv>
 
 #include "files/text.hpp"
 
 namespace nlra {
-
-namespace {
-
-bool is_default_name(std::string_view name, char letter, int index) {
-    if (name.size() < 2 || name[0] != letter) return false;
-    char digits[16];
-    const char* end = std::to_chars(digits, digits + sizeof(digits), index + 1).ptr;
-    return name.substr(1) == std::string_view(digits, end - digits);
-}
-
-// Names that read the same without being stored are left out: nameless objects of a model stay
-// nameless when it is written and read again.
-void store_name(Names& names, char letter, int index, std::string_view name) {
-    if (!name.empty() && !is_default_name(name, letter, index)) names.set(index, name);
-}
-
-}  // namespace
 
 void combine_terms(std::vector<QuadTerm>& terms) {
     std::stable_sort(terms.begin(), terms.end(), term_before);
@@ -183,7 +165,7 @@ void Draft::fill_columns(Model& model) const {
     model.add_cols(count, 0, obj.data(), starts.data(), nullptr, nullptr, lower.data(),
                    upper.data());
     for (int col = 0; col < count; ++col) {
-        store_name(model.colnames, 'C', col, cols.name(col));
+        model.colnames.set(col, cols.name(col));
         if (coltype[col] == 'C') continue;
         model.set_type(col, coltype[col]);
         model.set_bounds(col, lower[col], upper[col]);  // a type may come with bounds of its own
@@ -195,7 +177,7 @@ void Draft::fill_rows(Model& model) const {
     const int count = static_cast<int>(rowtype.size());
     model.add_rows(count, start.back(), rowtype.data(), rhs.data(), range.data(), start.data(),
                    index.data(), value.data());
-    for (int row = 0; row < count; ++row) store_name(model.rownames, 'R', row, rownames[row]);
+    for (int row = 0; row < count; ++row) model.rownames.set(row, rownames[row]);
 }
 
 void Draft::fill_sets(Model& model) const {
@@ -211,7 +193,7 @@ void Draft::fill_sets(Model& model) const {
     }
     model.add_sets(std::move(added));
     const int count = static_cast<int>(sets.size());
-    for (int i = 0; i < count; ++i) store_name(model.setnames, 'S', i, sets[i].name);
+    for (int i = 0; i < count; ++i) model.setnames.set(i, sets[i].name);
 }
 
 }  // namespace nlra

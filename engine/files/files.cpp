@@ -146,6 +146,9 @@ void read_model(Model& model, const std::string& filename, const std::string& op
     } else {
         read_mps(model, source, choice.fixed);
     }
+    for (Names* names : {&model.colnames, &model.rownames, &model.setnames}) {
+        names->number_nameless();
+    }
 }
 
 void write_model(const Model& model, const std::string& filename, const std::string& options) {

@@ -298,14 +298,6 @@ void NonlinearReader::set() {
     }
 }
 
-// Names that read like those of nameless objects, and names that several columns have.
-template <class Name>
-void restore_names(Names& names, int count, Name name) {
-    for (int i = 0; i < count; ++i) {
-        if (!name(i).empty() && !names.has_name(i)) names.set(i, name(i));
-    }
-}
-
 // Terms of the same pair have been added up.
 void NonlinearReader::check_terms(const std::vector<QuadTerm>& terms) {
     for (const QuadTerm& term : terms) {
@@ -314,10 +306,9 @@ void NonlinearReader::check_terms(const std::vector<QuadTerm>& terms) {
 }
 
 void NonlinearReader::complete(Model& model) {
-    restore_names(model.colnames, model.cols(), [&](int i) { return colnames_[i]; });
-    restore_names(model.rownames, model.rows(), [&](int i) { return draft_.rownames[i]; });
-    restore_names(model.setnames, static_cast<int>(draft_.sets.size()),
-                  [&](int i) { return draft_.sets[i].name; });
+    for (int col = 0; col < model.cols(); ++col) {
+        if (!model.colnames.has_name(col)) model.colnames.set(col, colnames_[col]);
+    }
     for (const auto& [row, terms] : model.qrows) check_terms(terms);
     check_terms(model.qobj);
     for (const auto& [row, entry] : indicators_) {

@@ -206,8 +206,11 @@ NLRA_API int NLRAaddcols64(NLRAprob prob, int ncols, int64_t ncoefs, const doubl
  * finds the first. An empty name stands for none. */
 NLRA_API int NLRAaddnames(NLRAprob prob, int type, const char* names, int first, int last);
 /* The same for names that are R, C or S and a positive number, without the texts: they take no
- * more memory than no name. */
-NLRA_API int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, int last);
+ * more memory than no name. The caller gives every number out once; those that are other objects'
+ * names all the same, from NLRAaddnames or a file, are counted in *ntaken and their places among
+ * the numbers go into `taken`, which has room for all (both null: not wanted). */
+NLRA_API int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, int last,
+                             int* ntaken, int* taken);
 /* Append sets; settype '1' or '2' each; start has nsets entries or more, as in NLRAaddrows64.
  * Weights order a set's columns and must differ within a set. */
 NLRA_API int NLRAaddsets64(NLRAprob prob, int nsets, int64_t nelems, const char* settype,
@@ -294,7 +297,8 @@ NLRA_API int NLRAgetindicators(NLRAprob prob, int* colind, int* complement, int 
  * given, then with .mps, .lp, .nlm and these with .gz is tried. Options: 'l' LP format, 'g' that of
  * nonlinear models whatever the name; 'z' compressed; 'x' fixed-column MPS. The problem's model is
  * replaced, or unchanged after an error. The error text begins "file:line: ". A file with formulas
- * gives NLRA_ERROR_UNSUPPORTED: NSLPreadprob reads it. */
+ * gives NLRA_ERROR_UNSUPPORTED: NSLPreadprob reads it. Objects that have no name in the file are
+ * named R, C or S and index + 1, or another number where that is a name in the file. */
 NLRA_API int NLRAreadprob(NLRAprob prob, const char* filename, const char* options);
 NLRA_API int NLRAwriteprob(NLRAprob prob, const char* filename, const char* options);
 

@@ -52,7 +52,13 @@ void Names::set_packed(int first, int count, const char* names) {
     drop_waste();
 }
 
-void Names::set_numbered(int first, int count, const int64_t* numbers) {
+int Names::set_numbered(int first, int count, const int64_t* numbers, int* taken) {
+    int found = 0;
+    for (int i = 0; i < count && taken != nullptr && greatest_given_ != 0; ++i) {
+        if (numbers[i] < least_given_ || numbers[i] > greatest_given_) continue;
+        const int other = find_numbered(numbers[i]);
+        if (other >= 0 && (other < first || other >= first + count)) taken[found++] = i;
+    }
     for (int i = 0; i < count; ++i) {
         if (entries_[first + i] == 0 && slots_.empty()) {
             entries_[first + i] = numbers[i];
@@ -61,11 +67,30 @@ void Names::set_numbered(int first, int count, const int64_t* numbers) {
         }
     }
     drop_waste();
+    return found;
+}
+
+void Names::number_nameless() {
+    const int64_t greatest_text = greatest_given_;
+    int64_t free = size();
+    for (int i = 0; i < size(); ++i) {
+        if (entries_[i] != 0) continue;
+        int64_t number = int64_t{i} + 1;
+        while (number <= greatest_text && find_numbered(number) >= 0) number = ++free;
+        set_numbered(i, 1, &number);
+        note_given(number);
+    }
+}
+
+void Names::note_given(int64_t number) {
+    least_given_ = std::min(least_given_, number);
+    greatest_given_ = std::max(greatest_given_, number);
 }
 
 // Room for the text has been made.
 Names::Entry Names::make_entry(std::string_view name) {
     const int64_t number = number_of(name);
+    if (number != 0) note_given(number);
     if (number != 0 || name.empty()) return number;
     const auto offset = static_cast<int64_t>(arena_.size());
     arena_.insert(arena_.end(), name.begin(), name.end());
@@ -143,6 +168,11 @@ int64_t Names::number_of(std::string_view name) const {
     return error == std::errc() && rest == end ? number : 0;
 }
 
+int Names::find_numbered(int64_t number) const {
+    if (slots_.empty()) build_slots();
+    return slots_[slot_of({}, number)];
+}
+
 int Names::find(std::string_view name) const {
     if (name.empty()) return -1;
     if (slots_.empty()) build_slots();
@@ -203,6 +233,8 @@ void Names::clear() {
     entries_.clear();
     arena_.clear();
     live_ = 0;
+    least_given_ = std::numeric_limits<int64_t>::max();
+    greatest_given_ = 0;
     forget_slots();
 }
 

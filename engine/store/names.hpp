@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,8 +24,14 @@ class Names {
     // Names of the objects first, first + 1, ..., each ended by a NUL. All or, when out of memory,
     // none.
     void set_packed(int first, int count, const char* names);
-    // The same for names that are the default letter and a positive number. Cannot fail.
-    void set_numbered(int first, int count, const int64_t* numbers);
+    // The same for names that are the default letter and a positive number, which the caller gives
+    // out once each. Other objects may have some of them as names all the same, given as texts or
+    // by number_nameless(): the places of these numbers go into `taken` (room for all; null: not
+    // wanted), their count is returned. Cannot fail where no such number is within reach.
+    int set_numbered(int first, int count, const int64_t* numbers, int* taken = nullptr);
+    // Give objects without a name the default one for good, with another number where an object
+    // has that name.
+    void number_nameless();
     bool has_name(int index) const { return entries_[index] != 0; }
     // Whether the name is kept as text; if not, there is none, or it is a number.
     bool has_text(int index) const { return entries_[index] < 0; }
@@ -48,8 +55,11 @@ class Names {
 
     // What the name is as a number, 0 when it must be kept as text.
     int64_t number_of(std::string_view name) const;
+    // The first object that was given this number as its name, -1 for none.
+    int find_numbered(int64_t number) const;
     int64_t text_bytes(Entry entry) const;  // in the arena, with the NUL
     Entry make_entry(std::string_view name);
+    void note_given(int64_t number);
     void assign(int index, Entry entry);
     void drop_waste();
     void build_slots() const;
@@ -62,6 +72,8 @@ class Names {
     std::vector<Entry> entries_;
     std::vector<char> arena_;
     int64_t live_ = 0;  // bytes of the arena that belong to names
+    // The least and the greatest number given otherwise than by set_numbered, of all times.
+    int64_t least_given_ = std::numeric_limits<int64_t>::max(), greatest_given_ = 0;
     // Open addressing: object indices, -1 free. Empty: not built. Only the first object of equal
     // names is in it.
     mutable std::vector<int32_t> slots_;

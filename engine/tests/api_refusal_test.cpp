@@ -151,9 +151,12 @@ TEST("api: single changes that are refused") {
     f.refused(NLRAaddnames(f.prob, NLRA_NAMES_ROW, "a", 1, -1), "last = -1");
     f.refused(NLRAaddnames(f.prob, 4, "a", 0, 0), "type = 4");
     const int64_t numbers[] = {7, 0};
-    f.refused(NLRAnumbernames(f.prob, NLRA_NAMES_ROW, numbers, 0, 1), "numbers[1] = 0 is not");
-    f.refused(NLRAnumbernames(f.prob, NLRA_NAMES_ROW, nullptr, 0, 1), "numbers is null");
-    f.refused(NLRAnumbernames(f.prob, NLRA_NAMES_SET, numbers, 0, 1), "last = 1 is not a set");
+    f.refused(NLRAnumbernames(f.prob, NLRA_NAMES_ROW, numbers, 0, 1, nullptr, nullptr),
+              "numbers[1] = 0 is not");
+    f.refused(NLRAnumbernames(f.prob, NLRA_NAMES_ROW, nullptr, 0, 1, nullptr, nullptr),
+              "numbers is null");
+    f.refused(NLRAnumbernames(f.prob, NLRA_NAMES_SET, numbers, 0, 1, nullptr, nullptr),
+              "last = 1 is not a set");
     f.refused(NLRAaddmipsol(f.prob, 2, one, nullptr, nullptr), "values for all 3 columns");
     f.refused(NLRAaddmipsol(f.prob, 2, nan, good, nullptr), "value[1] = nan");
     const int twice[] = {1, 1};

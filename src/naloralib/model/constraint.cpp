@@ -37,12 +37,7 @@ void constraint_set_upper(ConstraintObject* c, double bound) {
 }
 
 Ref constraint_name(const ConstraintObject* c) {
-    if ((c->word & kNameFlag) == 0) {
-        char text[24];
-        std::snprintf(text, sizeof text, "R%llu",
-                      static_cast<unsigned long long>(constraint_serial(c)));
-        return take(PyUnicode_FromString(text));
-    }
+    if ((c->word & kNameFlag) == 0) return default_name("R", constraint_serial(c));
     PyObject* name = find_name(&SideTables::constraint_name, constraint_serial(c));
     if (name == nullptr) raise(interface_error(), "Internal error in constraint name");
     return Ref::borrow(name);
@@ -60,6 +55,8 @@ void constraint_set_name(ConstraintObject* c, PyObject* name) {
     c->word |= kNameFlag;
     release_nested(old.release());
 }
+
+Ref fresh_constraint_name() { return default_name("R", take_constraint_serial()); }
 
 Ref new_constraint() { return new_constraint(Ref(), -kInfinity, kInfinity); }
 

@@ -40,6 +40,10 @@ void append_stored_name(PyObject* name, const char* kind, std::string& buffer,
     buffer.append(text, bytes).push_back('\0');
 }
 
+Ref default_name(const char* letters, uint64_t serial) {
+    return take(PyUnicode_FromFormat("%s%llu", letters, static_cast<unsigned long long>(serial)));
+}
+
 void append_default_name(char letter, uint64_t serial, std::string& buffer) {
     char digits[20];
     char* end = digits + sizeof digits;

@@ -13,6 +13,7 @@ Ref name_text(Ref name);
 // Append a stored name as UTF-8 and a NUL; see var_append_name. `kind` is "variable", "constraint".
 void append_stored_name(PyObject* name, const char* kind, std::string& buffer,
                         std::size_t max_bytes);
+Ref default_name(const char* letters, uint64_t serial);
 // Append a default name, such as C12, and a NUL.
 void append_default_name(char letter, uint64_t serial, std::string& buffer);
 

@@ -145,7 +145,8 @@ void var_set_upper(VarObject* v, double bound);
 void var_set_threshold(VarObject* v, double threshold);
 void var_set_type(VarObject* v, int type) noexcept;
 void var_set_name(VarObject* v, PyObject* name);
-Ref new_var();  // fresh serial, all defaults
+Ref fresh_var_name();  // C and a number that is the default name of no variable, now or later
+Ref new_var();         // fresh serial, all defaults
 
 // ---- constraints and sets -------------------------------------------------------------------
 
@@ -161,12 +162,15 @@ void constraint_append_name(const ConstraintObject* c, std::string& buffer, std:
 void constraint_set_lower(ConstraintObject* c, double bound);
 void constraint_set_upper(ConstraintObject* c, double bound);
 void constraint_set_name(ConstraintObject* c, PyObject* name);
-Ref new_constraint();  // fresh serial, free, no body
+Ref fresh_constraint_name();  // as fresh_var_name
+Ref new_constraint();         // fresh serial, free, no body
 inline ConstraintObject* as_constraint(PyObject* o) noexcept {
     return reinterpret_cast<ConstraintObject*>(o);
 }
 
 Ref new_sos(PyObject* name, int type, PyObject* indices, PyObject* weights);  // null name: default
+void sos_set_default_name(SosObject* set);  // with a fresh number, as fresh_var_name
+bool sos_has_default_name(const SosObject* set);
 inline SosObject* as_sos(PyObject* o) noexcept { return reinterpret_cast<SosObject*>(o); }
 
 // ---- terms and expressions ------------------------------------------------------------------

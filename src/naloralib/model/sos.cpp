@@ -14,6 +14,7 @@ namespace {
 
 using SosObjects = FreeList<SosObject, SosType>;
 
+constexpr const char* kLetters = "sos";
 constexpr const char* kDoc =
     "SOS(indices, weights, type=1, name=None)\n--\n\n"
     "A special ordered set.\n\n"
@@ -22,10 +23,6 @@ constexpr const char* kDoc =
     "type: 1 if at most one variable may be non-zero, 2 if at most two neighbours may.\n"
     "name: by default sos and the serial number.\n\n"
     "Raises ModelError for another type and for indices or weights that are no lists.";
-
-Ref default_name(uint64_t serial) {
-    return take(PyUnicode_FromFormat("sos%llu", static_cast<unsigned long long>(serial)));
-}
 
 int type_of(PyObject* given) {
     // The low byte counts, as a signed one.
@@ -43,7 +40,7 @@ int init(PyObject* self, PyObject* args, PyObject* keywords) noexcept {
                                          &indices, &weights, &type, &name)) {
             throw PythonError();
         }
-        Ref own_name = name != nullptr ? Ref::borrow(name) : default_name(serial);
+        Ref own_name = name != nullptr ? Ref::borrow(name) : default_name(kLetters, serial);
         const int number = type != nullptr ? type_of(type) : 1;
         if (!PyList_Check(weights)) raise(model_error(), "SOS weights must be passed as a list");
         if (!PyList_Check(indices)) raise(model_error(), "SOS indices must be passed as a list");
@@ -68,7 +65,7 @@ void dealloc(PyObject* self) noexcept {
 PyObject* get_name(PyObject* self, void*) noexcept {
     return guarded([&] {
         const SosObject* set = as_sos(self);
-        return set->name != nullptr ? Ref::borrow(set->name) : default_name(set->serial);
+        return set->name != nullptr ? Ref::borrow(set->name) : default_name(kLetters, set->serial);
     });
 }
 
@@ -135,9 +132,18 @@ PyTypeObject make_type() noexcept {
 
 PyTypeObject SosType = make_type();
 
+bool sos_has_default_name(const SosObject* set) {
+    if (set->name == nullptr || !PyUnicode_CheckExact(set->name)) return false;
+    return PyUnicode_Compare(set->name, default_name(kLetters, set->serial).get()) == 0;
+}
+
+void sos_set_default_name(SosObject* set) {
+    assign_field(set->name, default_name(kLetters, take_sos_serial()));
+}
+
 Ref new_sos(PyObject* name, int type, PyObject* indices, PyObject* weights) {
     const uint64_t serial = take_sos_serial();
-    Ref own_name = name != nullptr ? Ref::borrow(name) : default_name(serial);
+    Ref own_name = name != nullptr ? Ref::borrow(name) : default_name(kLetters, serial);
     Ref object = SosObjects::make();
     SosObject* set = object.as<SosObject>();
     set->serial = serial;

@@ -38,11 +38,7 @@ double var_threshold(const VarObject* v) noexcept {
 }
 
 Ref var_name(const VarObject* v) {
-    if ((v->word & kNameFlag) == 0) {
-        char text[24];
-        std::snprintf(text, sizeof text, "C%llu", static_cast<unsigned long long>(var_serial(v)));
-        return take(PyUnicode_FromString(text));
-    }
+    if ((v->word & kNameFlag) == 0) return default_name("C", var_serial(v));
     PyObject* name = find_name(&SideTables::var_name, var_serial(v));
     if (name == nullptr) raise(interface_error(), "Internal error in variable name");
     return Ref::borrow(name);
@@ -76,6 +72,8 @@ void var_set_name(VarObject* v, PyObject* name) {
     v->word |= kNameFlag;
     release_nested(old.release());
 }
+
+Ref fresh_var_name() { return default_name("C", take_var_serial()); }
 
 // The plainest variable costs one object of three words and no table entry.
 Ref new_var() {

@@ -207,7 +207,7 @@ void collect(ProblemObject* p, Addition& addition, ConstraintBatch& batch, PyObj
 
 int load_details(ProblemObject* p, const Addition& addition, const ConstraintBatch& batch) {
     const int32_t first = addition.base();
-    int status = batch.names.load(p, NLRA_NAMES_ROW, addition);
+    int status = batch.names.load(p, addition);
     int64_t begin = 0;
     for (std::size_t i = 0; status == 0 && i < batch.quadratic_rows.size(); ++i) {
         const int64_t end = batch.quadratic_ends[i];

@@ -82,7 +82,9 @@ const PyMethodDef kMethods[] = {
      "Add variables to the problem; each becomes the next column.\n\n"
      "Arguments: variables, or lists, tuples, dictionaries (their values), iterators, other\n"
      "sequences and NumPy arrays of them, nested to at most 32 levels. Bounds, types and names\n"
-     "are taken over as they are now; later changes of the objects do not reach the problem.\n\n"
+     "are taken over as they are now; later changes of the objects do not reach the problem. An\n"
+     "object without a name whose default name another one of the problem was given is named by\n"
+     "another number, for good.\n\n"
      "Raises ModelError for anything that is not a variable, a variable that is in the problem\n"
      "already, or a threshold outside the bounds; SolverError when the library refuses the\n"
      "values. After an error the problem holds none of the call's variables."},

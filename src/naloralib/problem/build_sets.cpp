@@ -11,8 +11,18 @@ namespace nalora {
 
 namespace {
 
-// A set's name for the library; empty for names that are no text.
-std::string set_name(const SosObject* set) {
+// A set's name for the library; empty for names that are no text. A default name that another set
+// of the problem has is replaced by one that is free.
+std::string set_name(ProblemObject* p, SosObject* set) {
+    if (sos_has_default_name(set)) {
+        int index = 0;
+        const auto is_taken = [&] {
+            const char* text = PyUnicode_AsUTF8(set->name);
+            if (text == nullptr) throw PythonError();
+            return NLRAgetindex(p->prob, NLRA_NAMES_SET, text, &index) == 0;
+        };
+        while (is_taken()) sos_set_default_name(set);
+    }
     std::string name;
     if (set->name != nullptr && (PyUnicode_Check(set->name) || PyBytes_Check(set->name))) {
         append_stored_name(set->name, "SOS", name, kMaxNameBytes);
@@ -58,7 +68,7 @@ std::vector<int32_t> set_columns(const ProblemObject* p, PyObject* indices) {
 
 void add_set(ProblemObject* p, PyObject* object) {
     if (!is_sos(object)) raise(model_error(), "Object added is not a SOS");
-    const SosObject* set = as_sos(object);
+    SosObject* set = as_sos(object);
     if (set->indices == nullptr || set->weights == nullptr) {
         raise(model_error(), "Object added is not a SOS");
     }
@@ -73,7 +83,7 @@ void add_set(ProblemObject* p, PyObject* object) {
         raise(model_error(), "Mismatched lengths in arguments: expected %zd, found %zd",
               static_cast<Py_ssize_t>(columns.size()), static_cast<Py_ssize_t>(weights.size()));
     }
-    const std::string name = set_name(set);
+    const std::string name = set_name(p, set);
 
     LargeVector<uint64_t> serials;
     Addition addition(p, kSets, serials);

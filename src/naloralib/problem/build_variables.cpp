@@ -78,7 +78,7 @@ void load(ProblemObject* p, const Addition& addition, const VariableBatch& batch
         status = NLRAchgcoltype(p->prob, static_cast<int>(batch.types.size()),
                                 batch.typed_columns.data(), batch.types.data());
     }
-    if (status == 0) status = batch.names.load(p, NLRA_NAMES_COLUMN, addition);
+    if (status == 0) status = batch.names.load(p, addition);
     if (status == 0 && !batch.limits.empty()) {
         status = NLRAchgglblimit(p->prob, static_cast<int>(batch.limits.size()),
                                  batch.limited_columns.data(), batch.limits.data());

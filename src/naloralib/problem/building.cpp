@@ -86,23 +86,4 @@ void Addition::finish_collection() {
     loading_ = true;
 }
 
-int BatchNames::load(ProblemObject* p, int type, const Addition& addition) const {
-    const int32_t base = addition.base();
-    int32_t unnamed = addition.count();
-    for (const Run& run : runs_) unnamed -= run.count;
-    if (unnamed > 0) {
-        static_assert(sizeof(int64_t) == sizeof(uint64_t));
-        const auto* numbers = reinterpret_cast<const int64_t*>(addition.serials().data());
-        const int last = base + addition.count() - 1;
-        if (const int status = NLRAnumbernames(p->prob, type, numbers, base, last)) return status;
-    }
-    for (const Run& run : runs_) {
-        const int first = base + run.first;
-        const int status =
-            NLRAaddnames(p->prob, type, texts_.data() + run.begin, first, first + run.count - 1);
-        if (status != 0) return status;
-    }
-    return 0;
-}
-
 }  // namespace nalora

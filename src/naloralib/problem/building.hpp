@@ -58,6 +58,7 @@ class Addition {
     void register_next(uint64_t serial);
     // ModelError when the problem changed meanwhile. No Python code may run from here to commit().
     void finish_collection();
+    const Registry& registry() const noexcept { return registry_; }
     void commit() {
         serials_.clear();
         raise_pending();
@@ -96,8 +97,9 @@ class Scratch {
 
 inline constexpr std::size_t kMaxNameBytes = 150;
 
-// The names of a batch: the texts of the objects that were given one. The others are called by
-// their serials, for which the library takes the numbers.
+// The names of a batch of variables or constraints: the texts of the objects that were given one.
+// The others are called by their serials, for which the library takes the numbers. An object whose
+// default name is given to another one in the problem is renamed, to a default name that is free.
 class BatchNames {
   public:
     // `append` puts the name of the object at `position` and a NUL to the end of a buffer.
@@ -106,23 +108,32 @@ class BatchNames {
         if (runs_.empty() || runs_.back().first + runs_.back().count != position) {
             runs_.push_back({position, 0, texts_.size()});
         }
+        const std::size_t begin = texts_.size();
         append(texts_);
         ++runs_.back().count;
+        if (is_letter_and_number(texts_.data() + begin)) default_like_.push_back(begin);
     }
-    // `type` as the library has it. Returns the library's status.
-    int load(ProblemObject* p, int type, const Addition& addition) const;
+    // Returns the library's status.
+    int load(ProblemObject* p, const Addition& addition) const;
     bool is_small() const noexcept {
         return texts_.capacity() <= 65536 && runs_.capacity() <= 4096;
     }
-    void clear() noexcept { texts_.clear(), runs_.clear(); }
+    void clear() noexcept { texts_.clear(), runs_.clear(), default_like_.clear(); }
 
   private:
+    static bool is_letter_and_number(const char* text) noexcept {
+        return (*text == 'C' || *text == 'R') && text[1] >= '1' && text[1] <= '9';
+    }
+    int load_texts(ProblemObject* p, const Addition& addition) const;
+    int load_numbers(ProblemObject* p, const Addition& addition, int32_t first, int32_t end) const;
+
     struct Run {  // objects next to each other with names
         int32_t first, count;
         std::size_t begin;
     };
     std::string texts_;  // packed, each ended by a NUL
     std::vector<Run> runs_;
+    std::vector<std::size_t> default_like_;  // where texts begin that may read as default names
 };
 
 // One batch of several objects or nested collections; problem.hpp has the forms for one.
