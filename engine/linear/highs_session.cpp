@@ -85,6 +85,7 @@ void HighsSession::apply(const HighsSettings& wanted) {
     set("mip_rel_gap", now.rel_gap, wanted.rel_gap);
     set("mip_abs_gap", now.abs_gap, wanted.abs_gap);
     set("mip_heuristic_effort", now.heuristic_effort, wanted.heuristic_effort);
+    set("mip_heuristic_run_feasibility_jump", now.feasibility_jump, wanted.feasibility_jump);
     set("objective_bound", now.objective_bound, wanted.objective_bound);
     if (!settings_known_ || now.iteration_limit != wanted.iteration_limit) {
         highs.setOptionValue("simplex_iteration_limit", wanted.iteration_limit);

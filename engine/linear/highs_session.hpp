@@ -35,6 +35,7 @@ struct HighsSettings {
     double rel_gap = 1e-4;
     double abs_gap = 1e-6;
     double heuristic_effort = 0.05;
+    bool feasibility_jump = true;
     double objective_bound = kHighsInf;
     int iteration_limit = kHighsIInf;
     int node_limit = kHighsIInf;

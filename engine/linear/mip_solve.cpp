@@ -57,6 +57,13 @@ void read_mip_solution(const Model& model, const std::vector<double>& x, Solutio
     evaluate(model, solution);
 }
 
+bool has_free_column(const Model& model) {
+    for (int j = 0; j < model.cols(); ++j) {
+        if (model.lower[j] <= -kInfinity && model.upper[j] >= kInfinity) return true;
+    }
+    return false;
+}
+
 // False when HiGHS will first solve a restricted problem to complete the start.
 bool give_start(Highs& highs, const std::vector<double>& start) {
     std::vector<HighsInt> index;
@@ -229,6 +236,9 @@ MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& param
     Highs& highs = open(model);
     HighsSettings settings = mip_settings(params, model.sense, monitor);
     settings.presolve_rules_off = rules_to_avoid(highs);
+    // The jumps of free columns grow without end, until HiGHS sorts values that are no numbers and
+    // crashes.
+    settings.feasibility_jump = !has_free_column(model);
     HighsModelStatus status = run_search(model, settings, start, monitor, outcome);
     update_gap(model.sense, outcome);
     if (status == HighsModelStatus::kOptimal && outcome.solution.present &&

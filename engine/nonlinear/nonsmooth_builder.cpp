@@ -82,21 +82,19 @@ void NonsmoothBuilder::add_value(int node, double factor, std::vector<double>& c
 }
 
 // The value becomes that of a column which a row defines.
-void NonsmoothBuilder::move_to_column(int node) {
+void NonsmoothBuilder::move_to_column(int node, char kind) {
     rows_.begin('E', 0.0);
     add_value(node, -1.0, rows_);
-    const int col = add_column('C', facts_.range(node));
+    const int col = add_column(kind, facts_.range(node));
     rows_.add(col, 1.0);
-    pool_.resize(value_[node].begin);
     begin_value(node, 0.0);
     add_term(col, 1.0);
     end_value(node);
 }
 
-void NonsmoothBuilder::imply(int function, int binary, bool active, int node, double node_factor,
-                             double side, std::vector<LinearTerm> terms) {
-    implications_.push_back(
-        {function, binary, -1, active, std::move(terms), side, node, node_factor, -1});
+void NonsmoothBuilder::imply(int binary, bool active, int node, double node_factor, double side,
+                             std::vector<LinearTerm> terms) {
+    implications_.push_back({binary, -1, active, std::move(terms), side, node, node_factor, -1});
 }
 
 void NonsmoothBuilder::build(int index, uint8_t needs, bool shared) {
@@ -169,21 +167,21 @@ void NonsmoothBuilder::build_pieces(int index, int argument, uint8_t needs) {
         rows_.add(col, -direction);
         add_term(col, direction * pieces.slope[k]);
     }
-    order_pieces(index, argument, needs, pieces, first_col);
+    order_pieces(argument, needs, pieces, first_col);
     end_value(index);
     if (value_[index].end - value_[index].begin > kCopiedTerms / 2) move_to_column(index);
 }
 
 // Between pieces that would not fill up in their order by themselves stands a binary: those before
 // it are full where it is one, those behind it empty where it is zero.
-void NonsmoothBuilder::order_pieces(int index, int argument, uint8_t needs, const Pieces& pieces,
+void NonsmoothBuilder::order_pieces(int argument, uint8_t needs, const Pieces& pieces,
                                     int first_col) {
     const size_t count = pieces.at.size();
     size_t run = 0;  // the first piece behind the last binary
     int before = -1;
     const auto close_run = [&](size_t end) {
         for (size_t k = run; before >= 0 && k < end; ++k) {
-            imply(index, before, false, -1, 0.0, 0.0, {{first_col + static_cast<int>(k), 1.0}});
+            imply(before, false, -1, 0.0, 0.0, {{first_col + static_cast<int>(k), 1.0}});
         }
     };
     for (size_t k = 0; k < count; ++k) {
@@ -198,14 +196,14 @@ void NonsmoothBuilder::order_pieces(int index, int argument, uint8_t needs, cons
         for (size_t i = run; i <= k; ++i) {
             const int col = first_col + static_cast<int>(i);
             if (i == 0) {
-                imply(index, binary, true, -1, 0.0, 0.0, {{col, 1.0}});
+                imply(binary, true, -1, 0.0, 0.0, {{col, 1.0}});
             } else {
-                imply(index, binary, true, -1, 0.0, -upper[col], {{col, -1.0}});
+                imply(binary, true, -1, 0.0, -upper[col], {{col, -1.0}});
             }
         }
         const bool side_matters =
             ((needs & kAbove) != 0 && jump > 0.0) || ((needs & kBelow) != 0 && jump < 0.0);
-        if (side_matters) end_before_jump(index, argument, binary, pieces, first_col, run, k);
+        if (side_matters) end_before_jump(argument, binary, pieces, first_col, run, k);
         run = k + 1;
         before = binary;
     }
@@ -213,7 +211,7 @@ void NonsmoothBuilder::order_pieces(int index, int argument, uint8_t needs, cons
 }
 
 // The value before a jump is that of the function only before it.
-void NonsmoothBuilder::end_before_jump(int index, int argument, int binary, const Pieces& pieces,
+void NonsmoothBuilder::end_before_jump(int argument, int binary, const Pieces& pieces,
                                        int first_col, size_t first, size_t last) {
     double width = 0.0;
     double reach = 0.0;  // beyond the first breakpoint
@@ -230,7 +228,7 @@ void NonsmoothBuilder::end_before_jump(int index, int argument, int binary, cons
         distance = at == std::floor(at) ? std::min(1.0, width) : 0.0;
     }
     if (distance == 0.0) return;
-    imply(index, binary, false, -1, 0.0, reach - distance, std::move(terms));
+    imply(binary, false, -1, 0.0, reach - distance, std::move(terms));
 }
 
 void NonsmoothBuilder::build_extreme(int index, uint8_t needs) {
@@ -288,14 +286,14 @@ void NonsmoothBuilder::choose_argument(int index, bool is_max, int col) {
     }
     if (chosen.size() == 2) {
         const int second = add_binary();
-        imply(index, second, false, chosen[0], -side, 0.0, {{col, side}});
-        return imply(index, second, true, chosen[1], -side, 0.0, {{col, side}});
+        imply(second, false, chosen[0], -side, 0.0, {{col, side}});
+        return imply(second, true, chosen[1], -side, 0.0, {{col, side}});
     }
     rows_.begin('E', 1.0);
     for (const int argument : chosen) {
         const int binary = add_binary();
         rows_.add(binary, 1.0);
-        imply(index, binary, true, argument, -side, 0.0, {{col, side}});
+        imply(binary, true, argument, -side, 0.0, {{col, side}});
     }
 }
 
@@ -314,14 +312,14 @@ void NonsmoothBuilder::build_sign(int index, uint8_t needs) {
     if (range.high > 0.0) {
         const int positive = add_binary();
         add_term(positive, 1.0);
-        if (above) imply(index, positive, false, argument, 1.0, 0.0);
-        if (below) imply(index, positive, true, argument, -1.0, -distance);
+        if (above) imply(positive, false, argument, 1.0, 0.0);
+        if (below) imply(positive, true, argument, -1.0, -distance);
     }
     if (range.low < 0.0) {
         const int negative = add_binary();
         add_term(negative, -1.0);
-        if (above) imply(index, negative, true, argument, 1.0, -distance);
-        if (below) imply(index, negative, false, argument, -1.0, 0.0);
+        if (above) imply(negative, true, argument, 1.0, -distance);
+        if (below) imply(negative, false, argument, -1.0, 0.0);
     }
     end_value(index);
     if (range.low >= 0.0 || range.high <= 0.0) return;
@@ -335,14 +333,20 @@ void NonsmoothBuilder::build_product(int index, uint8_t needs) {
     const bool first = facts_.is_binary(node.first);
     const int binary = first ? node.first : node.second;
     const int factor = first ? node.second : node.first;
-    const int col = add_column('C', facts_.range(index));
+    // A condition that no bounds limit is one on a column.
+    const Range range = facts_.range(index);
+    const Value& condition = value_[binary];
+    const bool is_column = condition.constant == 0.0 && condition.end - condition.begin == 1 &&
+                           pool_[condition.begin].value == 1.0;
+    if (!is_column && !(range.high - range.low <= kMaxExcess)) move_to_column(binary, 'B');
+    const int col = add_column('C', range);
     begin_value(index, 0.0);
     add_term(col, 1.0);
     end_value(index);
     for (const double side : {1.0, -1.0}) {
         if ((needs & (side > 0.0 ? kBelow : kAbove)) == 0) continue;
-        implications_.push_back({index, -1, binary, true, {{col, side}}, 0.0, factor, -side, col});
-        implications_.push_back({index, -1, binary, false, {{col, side}}, 0.0, -1, 0.0, -1});
+        implications_.push_back({-1, binary, true, {{col, side}}, 0.0, factor, -side, col});
+        implications_.push_back({-1, binary, false, {{col, side}}, 0.0, -1, 0.0, -1});
     }
 }
 

@@ -7,9 +7,9 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
+#include "nonlinear/condition.hpp"
 #include "nonlinear/nonsmooth_facts.hpp"
 #include "nonlinear/row_block.hpp"
 #include "search/activity.hpp"
@@ -51,9 +51,9 @@ class NonsmoothBuilder {
     // Tighten bounds by column by what follows from them for the nodes. Exact values of all
     // functions keep these bounds, but rows may not: they are needed beside the conditional rows.
     void tighten(const NodeFacts& facts, ColumnBounds& bounds) const;
-    // The conditional rows. Where no bounds limit a row the text tells for which function; else it
-    // is empty.
-    std::string condition(const NodeFacts& facts, const ColumnBounds& bounds, RowBlock& rows) const;
+    // The conditional rows. Those that no bounds limit come back as they are.
+    std::vector<Condition> condition(const NodeFacts& facts, const ColumnBounds& bounds,
+                                     RowBlock& rows) const;
 
   private:
     // constant + terms
@@ -65,7 +65,6 @@ class NonsmoothBuilder {
     // Where the condition (a column, or a node of values 0 and 1) is `active`, terms +
     // node_factor * node <= side. Where it is not, `zero_col` is zero.
     struct Implication {
-        int function;
         int condition_col;
         int condition_node;
         bool active;
@@ -90,15 +89,16 @@ class NonsmoothBuilder {
     void end_value(int node) { value_[node].end = pool_.size(); }
     void add_term(int col, double coefficient);
     void add_terms(int node, double factor);
-    void move_to_column(int node);
+    void move_to_column(int node, char kind = 'C');
     Range range_of(int node, const NodeFacts& facts, const ColumnBounds& bounds) const;
-    void imply(int function, int binary, bool active, int node, double node_factor, double side,
+    Condition condition_of(const Implication& rule) const;
+    void imply(int binary, bool active, int node, double node_factor, double side,
                std::vector<LinearTerm> terms = {});
 
     void build_sum(int node, bool shared);
     void build_pieces(int node, int argument, uint8_t needs);
-    void order_pieces(int node, int argument, uint8_t needs, const Pieces& pieces, int first_col);
-    void end_before_jump(int node, int argument, int binary, const Pieces& pieces, int first_col,
+    void order_pieces(int argument, uint8_t needs, const Pieces& pieces, int first_col);
+    void end_before_jump(int argument, int binary, const Pieces& pieces, int first_col,
                          size_t first, size_t last);
     void build_extreme(int node, uint8_t needs);
     void choose_argument(int node, bool is_max, int col);

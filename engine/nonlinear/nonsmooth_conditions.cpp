@@ -5,30 +5,6 @@
 
 namespace nlra {
 
-namespace {
-
-// Rows that give way by more than this hide the smallest tolerance of the search for binaries.
-constexpr double kMaxExcess = 1e9;
-
-const char* name_of(Op op) {
-    switch (op) {
-        case Op::kAbs:
-            return "abs";
-        case Op::kMin:
-            return "min";
-        case Op::kMax:
-            return "max";
-        case Op::kSign:
-            return "sign";
-        case Op::kPiecewise:
-            return "pwl";
-        default:
-            return "a product";
-    }
-}
-
-}  // namespace
-
 // The tighter one of what is known of the function and of its columns.
 Range NonsmoothBuilder::range_of(int node, const NodeFacts& facts,
                                  const ColumnBounds& bounds) const {
@@ -61,8 +37,23 @@ void NonsmoothBuilder::tighten(const NodeFacts& facts, ColumnBounds& bounds) con
     }
 }
 
-std::string NonsmoothBuilder::condition(const NodeFacts& facts, const ColumnBounds& bounds,
-                                        RowBlock& rows) const {
+// What the rule says where it is in force.
+Condition NonsmoothBuilder::condition_of(const Implication& rule) const {
+    Condition condition{rule.condition_col, rule.active, rule.terms, rule.side};
+    if (rule.condition_node >= 0) condition.col = pool_[value_[rule.condition_node].begin].col;
+    if (rule.node < 0) return condition;
+    const Value& value = value_[rule.node];
+    condition.side -= rule.node_factor * value.constant;
+    for (size_t k = value.begin; k < value.end; ++k) {
+        condition.terms.push_back({pool_[k].col, rule.node_factor * pool_[k].value});
+    }
+    return condition;
+}
+
+std::vector<Condition> NonsmoothBuilder::condition(const NodeFacts& facts,
+                                                   const ColumnBounds& bounds,
+                                                   RowBlock& rows) const {
+    std::vector<Condition> open;
     for (const Implication& rule : implications_) {
         RangeSum most;
         for (const LinearTerm& term : rule.terms) {
@@ -72,8 +63,8 @@ std::string NonsmoothBuilder::condition(const NodeFacts& facts, const ColumnBoun
         if (rule.node >= 0) most.add(rule.node_factor, range_of(rule.node, facts, bounds));
         const double excess = most.sum.high - rule.side;
         if (!(excess <= kMaxExcess)) {
-            return std::string("an argument of ") + name_of(graph_.node(rule.function).op) +
-                   (excess < kInfinity ? " has too wide bounds" : " has no finite bounds");
+            open.push_back(condition_of(rule));
+            continue;
         }
         if (excess <= 0.0 && rule.zero_col < 0) continue;
         const double factor = rule.active ? excess : -excess;
@@ -86,7 +77,7 @@ std::string NonsmoothBuilder::condition(const NodeFacts& facts, const ColumnBoun
             rows.add(rule.condition_col, factor);
         }
     }
-    return {};
+    return open;
 }
 
 }  // namespace nlra

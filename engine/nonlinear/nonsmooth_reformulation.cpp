@@ -27,23 +27,36 @@ NonsmoothReformulation::NonsmoothReformulation(const Model& model)
     }
     assemble(builder);
     if (!builder.has_conditions()) return;
-    ColumnBounds bounds = implied_bounds(plain_);
-    const NodeFacts tight(graph, model.coltype, bounds.lower, bounds.upper);
-    builder.tighten(tight, bounds);
-    RowBlock conditional;
-    obstacle_ = builder.condition(tight, bounds, conditional);
-    if (obstacle_.empty() && plain_.is_quadratic()) {
+    const RowBlock conditional = limit_conditions(builder);
+    if (plain_.is_quadratic()) {
         obstacle_ = "the problem has quadratic terms and functions that are not convex";
+        return;
     }
-    if (!obstacle_.empty()) return;
     conditional.append_to(plain_);
-    for (int j = model.cols(); j < plain_.cols(); ++j) {
-        // Bounds that cross by rounding only are the same.
-        const double low = bounds.lower[j];
-        const double high = bounds.upper[j];
-        const bool same = low > high && low - high <= 1e-9 * std::max(1.0, std::fabs(low));
-        plain_.set_bounds(j, low, same ? low : high);
+}
+
+// Rows for the conditions that bounds limit; the others stay open. Bounds of functions imply some
+// of their arguments, and the other way round.
+RowBlock NonsmoothReformulation::limit_conditions(const NonsmoothBuilder& builder) {
+    constexpr int kMaxRounds = 10;
+    RowBlock conditional;
+    for (int round = 0; round < kMaxRounds; ++round) {
+        const size_t before = open_.size();
+        ColumnBounds bounds = implied_bounds(plain_);
+        const NodeFacts tight(formulas_.graph(), model_.coltype, bounds.lower, bounds.upper);
+        builder.tighten(tight, bounds);
+        conditional = RowBlock();
+        open_ = builder.condition(tight, bounds, conditional);
+        for (int j = model_.cols(); j < plain_.cols(); ++j) {
+            // Bounds that cross by rounding only are the same.
+            const double low = bounds.lower[j];
+            const double high = bounds.upper[j];
+            const bool same = low > high && low - high <= 1e-9 * std::max(1.0, std::fabs(low));
+            plain_.set_bounds(j, low, same ? low : high);
+        }
+        if (open_.empty() || (round > 0 && open_.size() >= before)) break;
     }
+    return conditional;
 }
 
 // Of terms with positive coefficients.

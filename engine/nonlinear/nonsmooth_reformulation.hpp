@@ -1,5 +1,6 @@
 // A model whose formulas are piecewise linear as one without formulas: exact, by linear rows where
-// convexity allows it and by binaries elsewhere.
+// convexity allows it and by binaries elsewhere. What the binaries choose becomes rows where bounds
+// limit the arguments, and is left to the search for solutions where they do not.
 //
 // abs, min, max, sign and piecewise linear functions may be nested, added up and scaled. Products
 // may have one binary factor at least, where the model has discrete columns anyway. Conjunctions
@@ -14,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "nonlinear/condition.hpp"
 #include "nonlinear/nonsmooth_formulas.hpp"
 #include "search/solution.hpp"
 #include "store/model.hpp"
@@ -35,6 +37,8 @@ class NonsmoothReformulation {
     const std::string& obstacle() const { return obstacle_; }
     // The model without formulas. Its first columns and rows are those of the original model.
     Model& plain() { return plain_; }
+    // What else must hold: conditions that no bounds limit, so that no rows can say them.
+    const std::vector<Condition>& open_conditions() const { return open_; }
 
     // Sets objective and slack from the original columns' values. Returns the most by which a row
     // with a formula misses its sides, relative to the magnitudes that it is computed from.
@@ -43,6 +47,7 @@ class NonsmoothReformulation {
   private:
     std::vector<uint8_t> collect_needs(const NodeFacts& facts, std::vector<int>& uses);
     uint8_t needs_of_root(const NonsmoothFormulas::Root& root) const;
+    RowBlock limit_conditions(const NonsmoothBuilder& builder);
     void assemble(const NonsmoothBuilder& builder);
     void add_original_rows(const NonsmoothBuilder& builder);
     double miss_of_row(int row, double value, double size) const;
@@ -51,6 +56,7 @@ class NonsmoothReformulation {
     const bool products_as_nodes_;
     NonsmoothFormulas formulas_;
     Model plain_;
+    std::vector<Condition> open_;
     std::string obstacle_;
 };
 

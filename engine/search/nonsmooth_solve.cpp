@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 #include "analysis/convexity.hpp"
@@ -9,8 +10,10 @@
 #include "linear/linear_solver.hpp"
 #include "linear/relaxation.hpp"
 #include "nonlinear/nonsmooth_reformulation.hpp"
+#include "search/condition_bounds.hpp"
 #include "search/convex_mip.hpp"
 #include "search/optimize.hpp"
+#include "search/piece_search.hpp"
 
 namespace nlra {
 
@@ -51,8 +54,14 @@ class NonsmoothSolve {
   private:
     bool run_continuous();
     void run_mixed_integer();
+    void run_with_open_conditions();
+    Solution search_in_box(const Model& relaxation, const std::vector<Condition>& open);
+    PieceOutcome search_pieces(const Model& relaxation, const std::vector<Condition>& open,
+                               Solution best, int64_t max_nodes);
+    Solution own_solution(const Solution& found, double& miss) const;
+    std::optional<Solution> confirm(const nlra_problem& problem, const Solution& found) const;
     bool take(const Solution& found, double claimed);
-    bool settle(std::vector<double> x);
+    std::optional<Solution> settled(const Model& model, const std::vector<double>& x) const;
     bool is_within_gap();
 
     nslp_problem::Result& result_;
@@ -64,22 +73,40 @@ class NonsmoothSolve {
     double miss_ = 0.0;
 };
 
-// The solution in the original columns, as the formulas see it. False when they do not agree with
-// the reformulation that it is a solution, or that its objective is no worse than claimed.
-bool NonsmoothSolve::take(const Solution& found, double claimed) {
+// The solution in the original columns, as the formulas see it, and by how much it misses them.
+Solution NonsmoothSolve::own_solution(const Solution& found, double& miss) const {
     const Model& model = base_.model;
-    solution_ = Solution();
-    solution_.x.assign(found.x.begin(), found.x.begin() + model.cols());
-    miss_ = reformulation_.evaluate(solution_);
-    const double worse = model.sense * (solution_.objective - claimed);
-    miss_ = std::max(miss_, worse / std::max(1.0, std::fabs(claimed)));
-    if (std::isnan(solution_.objective)) miss_ = HUGE_VAL;
+    Solution own;
+    own.x.assign(found.x.begin(), found.x.begin() + model.cols());
+    miss = reformulation_.evaluate(own);
+    if (!std::isfinite(own.objective)) miss = HUGE_VAL;
     if (found.has_duals) {
-        solution_.dual.assign(found.dual.begin(), found.dual.begin() + model.rows());
-        solution_.dj.assign(found.dj.begin(), found.dj.begin() + model.cols());
-        solution_.has_duals = true;
+        own.dual.assign(found.dual.begin(), found.dual.begin() + model.rows());
+        own.dj.assign(found.dj.begin(), found.dj.begin() + model.cols());
+        own.has_duals = true;
     }
+    return own;
+}
+
+// False when the formulas do not agree with the reformulation that it is a solution, or that its
+// objective is no worse than claimed.
+bool NonsmoothSolve::take(const Solution& found, double claimed) {
+    solution_ = own_solution(found, miss_);
+    const double worse = base_.model.sense * (solution_.objective - claimed);
+    miss_ = std::max(miss_, worse / std::max(1.0, std::fabs(claimed)));
     return miss_ <= kMaxMiss;
+}
+
+// Of a problem that relaxes the reformulation.
+std::optional<Solution> NonsmoothSolve::confirm(const nlra_problem& problem,
+                                                const Solution& found) const {
+    if (!found.present) return {};
+    std::optional<Solution> around;
+    if (problem.model.is_mip()) around = settled(problem.model, found.x);
+    double miss = 0.0;
+    Solution own = own_solution(around ? *around : found, miss);
+    if (!(miss <= kMaxMiss)) return {};
+    return own;
 }
 
 bool NonsmoothSolve::run_continuous() {
@@ -100,9 +127,10 @@ bool NonsmoothSolve::run_continuous() {
 
 // Integral columns hold up to a tolerance only, which times a wide range may be too much: round
 // them, and let the others find their places around them. This also is where duals come from.
-bool NonsmoothSolve::settle(std::vector<double> x) {
-    if (!is_plain(inner_.model)) return false;
-    Model fixed = inner_.model;
+std::optional<Solution> NonsmoothSolve::settled(const Model& model,
+                                                const std::vector<double>& x) const {
+    if (!is_plain(model)) return {};
+    Model fixed = model;
     fixed.touch_structure();
     for (int j = 0; j < fixed.cols(); ++j) {
         if (!is_integral(fixed.coltype[j])) continue;
@@ -112,10 +140,10 @@ bool NonsmoothSolve::settle(std::vector<double> x) {
     LinearSolver solver;
     LpOutcome outcome =
         solver.solve_relaxation(fixed, base_.controls, LpMethod::kDualSimplex, monitor_);
-    if (outcome.status != NLRA_LP_OPTIMAL) return false;
+    if (outcome.status != NLRA_LP_OPTIMAL) return {};
     // The multipliers of a problem whose own columns are fixed tell nothing of it.
     if (base_.model.is_mip()) outcome.solution.has_duals = false;
-    return take(outcome.solution, outcome.solution.objective);
+    return std::move(outcome.solution);
 }
 
 // The objective may have changed since the search ended.
@@ -137,7 +165,9 @@ void NonsmoothSolve::run_mixed_integer() {
         const Solution& found = inner_.mip_solution;
         result_.status = nonlinear_status_of_mip(info.mip_status);
         if (!found.present) return;
-        const bool agrees = settle(found.x) || take(found, found.objective);
+        const std::optional<Solution> around = settled(inner_.model, found.x);
+        const bool agrees =
+            (around && take(*around, around->objective)) || take(found, found.objective);
         if (agrees && (result_.status != NSLP_GLOBALLY_OPTIMAL || is_within_gap())) return;
         if (result_.status != NSLP_GLOBALLY_OPTIMAL) return;
         if (again) {
@@ -148,8 +178,80 @@ void NonsmoothSolve::run_mixed_integer() {
     }
 }
 
+PieceOutcome NonsmoothSolve::search_pieces(const Model& relaxation,
+                                           const std::vector<Condition>& open, Solution best,
+                                           int64_t max_nodes) {
+    nlra_problem problem;
+    problem.model = relaxation;
+    problem.controls = base_.controls;
+    problem.mip_starts = inner_.mip_starts;
+    const auto confirmed = [&](const Solution& found) { return confirm(problem, found); };
+    PieceSearch search(problem, open, confirmed, monitor_);
+    const int64_t limit = base_.controls.get_int(kNodeLimit);
+    PieceOutcome outcome = search.run(std::move(best), std::min(max_nodes, limit));
+    inner_.info.nodes += outcome.nodes;
+    inner_.info.simplex_iterations += outcome.iterations;
+    inner_.info.best_bound = outcome.bound;
+    inner_.info.stop = outcome.stop;
+    return outcome;
+}
+
+// A solution, if not the best one, from within bounds that nothing implies.
+Solution NonsmoothSolve::search_in_box(const Model& relaxation,
+                                       const std::vector<Condition>& open) {
+    nlra_problem problem;
+    problem.model = relaxation;
+    problem.controls = base_.controls;
+    problem.mip_starts = inner_.mip_starts;
+    put_in_box(problem.model, open);
+    solve_linear_mip(problem, monitor_);
+    inner_.info.nodes += problem.info.nodes;
+    inner_.info.simplex_iterations += problem.info.simplex_iterations;
+    std::optional<Solution> found = confirm(problem, problem.mip_solution);
+    return found ? std::move(*found) : Solution();
+}
+
+// A short search over the pieces settles easy models and finds solutions. Those no worse keep
+// bounds that linear programs tell, which makes rows of conditions; what is left then is searched
+// to the end.
+void NonsmoothSolve::run_with_open_conditions() {
+    const int64_t first_nodes = 100, most_nodes = 5000;
+    std::vector<Condition> open = reformulation_.open_conditions();
+    const Model relaxation = inner_.model;
+    monitor_.log(1, "No bounds limit %d conditions of pieces: branching on them",
+                 static_cast<int>(open.size()));
+    PieceOutcome outcome = search_pieces(relaxation, open, {}, first_nodes);
+    if (outcome.status == NSLP_UNFINISHED && !monitor_.should_stop()) {
+        if (!outcome.best.present) outcome.best = search_in_box(relaxation, open);
+        std::optional<double> cutoff;
+        if (outcome.best.present) cutoff = outcome.best.objective;
+        open = limit_by_linear_programs(inner_.model, open, cutoff, base_.controls, monitor_);
+        monitor_.log(1, "After bounds by linear programs %d of them are left",
+                     static_cast<int>(open.size()));
+        if (open.empty()) {
+            run_mixed_integer();
+            const double sense = base_.model.sense;
+            if (!outcome.best.present || result_.status == NSLP_UNBOUNDED) return;
+            // All else is worse than the solution that is known.
+            const bool is_lost = !solution_.present || result_.status == NSLP_INFEASIBLE;
+            if (is_lost || sense * outcome.best.objective < sense * solution_.objective) {
+                solution_ = std::move(outcome.best);
+                miss_ = 0.0;
+            }
+            if (is_lost) result_.status = NSLP_UNFINISHED;
+            return;
+        }
+        outcome = search_pieces(inner_.model, open, std::move(outcome.best), most_nodes);
+    }
+    result_.status = outcome.status;
+    solution_ = std::move(outcome.best);
+    if (result_.status == NSLP_GLOBALLY_OPTIMAL) is_within_gap();
+}
+
 bool NonsmoothSolve::run() {
-    if (!inner_.model.is_mip()) {
+    if (!reformulation_.open_conditions().empty()) {
+        run_with_open_conditions();
+    } else if (!inner_.model.is_mip()) {
         if (!run_continuous()) return false;
     } else {
         run_mixed_integer();

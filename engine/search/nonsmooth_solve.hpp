@@ -1,4 +1,5 @@
-// Solving a model whose formulas are piecewise linear by its exact reformulation.
+// Solving a model whose formulas are piecewise linear by its exact reformulation, and by a search
+// over the pieces that its rows cannot tell apart.
 #pragma once
 
 #include <string>

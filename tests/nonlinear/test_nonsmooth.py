@@ -130,17 +130,37 @@ def test_statuses():
     )
     assert status(nalora.abs(x) - y) == "nlp_unbounded"
     assert status(nalora.max(x, y) - x - y) == "nlp_unbounded"
+    assert status(y >= 0, y - nalora.abs(x)) == "nlp_unbounded"
+    assert status(nalora.abs(x) >= 2, nalora.abs(x + y) + nalora.abs(y) <= 1) == "nlp_infeasible"
 
 
-def test_unbounded_arguments_go_to_the_local_solver(capfd):
-    x = nalora.var(lb=-FREE)
-    p = nalora.problem(x, nalora.abs(x) >= 2, (x - 1) * (x - 1))
-    nalora.setOutputEnabled(True)
-    p.solve()
-    assert "kinks are not reformulated (an argument of abs has no finite bounds)" in (
-        capfd.readouterr().out
-    )
-    assert p.getProbStatusString() != GLOBAL
+def least_absolute_deviations(vartype):
+    points = [(t, 3 * t - 2 + (-1) ** t * t % 7) for t in range(1, 60)]
+    a, b = (nalora.var(lb=-FREE, vartype=vartype) for _ in "ab")
+    error = [nalora.var() for _ in points]
+    rows = [e == nalora.abs(a * t + b - v) for e, (t, v) in zip(error, points)]
+    best = nalora.problem(a, b, nalora.Sum(nalora.abs(a * t + b - v) for t, v in points))
+    return optimum(best), a, b, *error, *rows, nalora.Sum(error)
+
+
+def test_arguments_without_finite_bounds():
+    x, y = nalora.var(lb=-FREE), nalora.var(lb=-FREE)
+    u, v, b = nalora.var(), nalora.var(), nalora.var(vartype=nalora.binary)
+    w = {(-FREE, -2): -2 * x - 2, (-2, 0): x + 4, (0, 1): 4 - 5 * x, (1, FREE): 3 * x - 4}
+    cost = [nalora.pwl({(0, 4): 3 * t, (4, FREE): t + 8}) for t in (u, v)]
+    flat = nalora.pwl({(-FREE, 0): 0 * x, (0, 1): -x, (1, FREE): 0 * x - 1})
+    for best, *parts in [
+        (1, x, y, nalora.abs(x) + nalora.abs(y) >= 1, nalora.abs(x) + 2 * nalora.abs(y)),
+        (-1, x, nalora.pwl(w)),
+        (18, u, v, u + v >= 10, cost[0] + cost[1]),
+        (2, u, v, nalora.min(u, v) == 0, u + 2 * v >= 4, 2 * u + v),
+        (-1, x, x >= -20, flat),
+        (8, x, b, b * nalora.max(x, -5) >= 3, x + 5 * b),
+        (0, x, nalora.sign(x) == 1, x >= -5, 3 * x),
+        least_absolute_deviations(nalora.continuous),
+        least_absolute_deviations(nalora.integer),
+    ]:
+        assert optimum(nalora.problem(*parts)) == pytest.approx(best, abs=1e-4)
 
 
 def test_convex_quadratic_beside_kinks():
