@@ -12,7 +12,7 @@ namespace nlra {
 
 namespace {
 
-enum class Verdict { kOptimal, kInfeasible, kUnbounded, kStopped, kUnsolved };
+enum class Verdict { kOptimal, kInfeasible, kUnbounded, kStopped, kUndetermined, kUnsolved };
 
 // First the run that nearly always ends it; then, since most programs that fail there have no
 // optimum, the proofs of that; then all other settings, from a feasible point if one is known.
@@ -20,6 +20,7 @@ enum class Verdict { kOptimal, kInfeasible, kUnbounded, kStopped, kUnsolved };
 Verdict solve(const QuadraticProgram& program, const double* start, QpRun& run, PrimalDual& point) {
     if (find_optimum(program, Attempts::kFirst, start, run, 1, point)) return Verdict::kOptimal;
     if (run.over()) return Verdict::kStopped;
+    if (run.undetermined) return Verdict::kUndetermined;
 
     run.monitor.log(1, "No optimum yet: checking whether there is one");
     std::vector<double> feasible;
@@ -33,7 +34,9 @@ Verdict solve(const QuadraticProgram& program, const double* start, QpRun& run, 
     }
 
     run.monitor.log(1, "Trying again with other settings");
+    run.undetermined = false;
     if (find_optimum(program, Attempts::kOthers, start, run, 1, point)) return Verdict::kOptimal;
+    if (run.undetermined) return Verdict::kUndetermined;
     return run.over() ? Verdict::kStopped : Verdict::kUnsolved;
 }
 
@@ -89,6 +92,11 @@ LpOutcome solve_convex_quadratic(const Model& model, const Params& params, Monit
             outcome.status = NLRA_LP_UNFINISHED;
             outcome.stop = run.stopped ? monitor.reason() : NLRA_STOP_ITERLIMIT;
             if (!point.x.empty()) outcome.solution = expand(model, reduced, point, false);
+            break;
+        case Verdict::kUndetermined:
+            monitor.log(1, "Rounding errors of the coefficients outweigh the optimality tolerance");
+            outcome.status = NLRA_LP_UNFINISHED;
+            outcome.solution = expand(model, reduced, point, true);
             break;
         case Verdict::kUnsolved:
             outcome.status = NLRA_LP_UNSOLVED;

@@ -4,10 +4,22 @@
 #include <cmath>
 
 #include "nonlinear/qp_polish.hpp"
+#include "nonlinear/qp_settle.hpp"
 
 namespace nlra {
 
 namespace {
+
+// Polish an interior solution and settle whether it is the optimum.
+bool finish(const QuadraticProgram& program, const InteriorResult& interior, QpRun& run,
+            PrimalDual& point) {
+    Residuals residuals;
+    point = polish(program, interior, run, residuals);
+    if (!(residuals.primal <= run.feasibility_tolerance)) return false;
+    const Settled settled = settle(program, run, point);
+    run.undetermined = settled == Settled::kUndetermined;
+    return settled == Settled::kOptimal;
+}
 
 bool attempt(const QuadraticProgram& program, const NlpOptions& options, const double* start,
              QpRun& run, int log_level, PrimalDual& point) {
@@ -16,9 +28,7 @@ bool attempt(const QuadraticProgram& program, const NlpOptions& options, const d
         point = interior.point;
         return false;
     }
-    Residuals residuals;
-    point = polish(program, interior, run, residuals);
-    return run.accepts(residuals);
+    return finish(program, interior, run, point);
 }
 
 // Equations that may be violated at a price. The interior point solver wants no more equations
@@ -70,9 +80,8 @@ bool elastic_attempt(const QuadraticProgram& program, const double* start, QpRun
             point = interior.point;
             return false;
         }
-        Residuals residuals;
-        point = polish(program, interior, run, residuals);
-        if (run.accepts(residuals)) return true;
+        if (finish(program, interior, run, point)) return true;
+        if (run.undetermined) return false;
     }
     return false;
 }
@@ -114,6 +123,7 @@ bool find_optimum(const QuadraticProgram& program, Attempts attempts, const doub
         options.divergence = 1e10;
         return attempt(program, options, start, run, log_level, point);
     }
+    const auto settled = [&run] { return run.over() || run.undetermined; };
     if (!crowded) {
         NlpOptions options;
         options.max_iterations = 500;
@@ -122,16 +132,16 @@ bool find_optimum(const QuadraticProgram& program, Attempts attempts, const doub
         options.scaling = false;
         options.adaptive_barrier = true;
         options.bound_relaxation = 0.0;
-        if (!run.over() && attempt(program, options, start, run, log_level, point)) return true;
+        if (!settled() && attempt(program, options, start, run, log_level, point)) return true;
         options = NlpOptions();
         options.initial_barrier = 1e3;
-        if (!run.over() && attempt(program, options, start, run, log_level, point)) return true;
+        if (!settled() && attempt(program, options, start, run, log_level, point)) return true;
         for (const double share : {0.01, 0.5}) {
-            if (run.over()) return false;
+            if (settled()) return false;
             if (shifted_attempt(program, share, start, run, log_level, point)) return true;
         }
     }
-    return !run.over() && equations > 0 && elastic_attempt(program, start, run, log_level, point);
+    return !settled() && equations > 0 && elastic_attempt(program, start, run, log_level, point);
 }
 
 }  // namespace nlra

@@ -18,6 +18,9 @@ struct QpRun {
     long iterations = 0;
     bool stopped = false;    // by the monitor
     bool exhausted = false;  // by the iteration limit
+    // The last point found is as good as the program's data let anybody tell, which is less than
+    // the tolerance asks for.
+    bool undetermined = false;
 
     bool over() const { return stopped || exhausted; }
     bool accepts(const Residuals& residuals) const {

@@ -18,6 +18,9 @@ constexpr double kPenalty = 1e6;    // of curvature along the direction
 constexpr double kZero = 1e-5;      // below this a component of an approximate direction is zero
 constexpr double kExact = 1e-9;     // what the projected direction may violate
 constexpr double kProgress = 1e-6;  // least relative gain
+// The fall of the objective before the curvature along the direction ends it must exceed by this
+// factor what a program of such coefficients can fall by at all when it is bounded.
+constexpr double kEndless = 1e6;
 
 class RaySearch {
   public:
@@ -29,6 +32,7 @@ class RaySearch {
     void build(bool improving);
     bool project(std::vector<double>& direction, bool improving) const;
     bool is_recession(const std::vector<double>& direction) const;
+    double curvature_along(const std::vector<double>& direction) const;
     double cost_along(const std::vector<double>& direction) const;
     bool drop_loose(const std::vector<double>& direction);
     void add_curvature(const QuadTerm* first, const QuadTerm* last, double sign);
@@ -249,6 +253,27 @@ double RaySearch::cost_along(const std::vector<double>& direction) const {
     return sum / cost_norm_;
 }
 
+// Of the form that bends most, each relative to its largest coefficient.
+double RaySearch::curvature_along(const std::vector<double>& direction) const {
+    double worst = 0.0;
+    const auto visit = [&](const QuadTerm* first, const QuadTerm* last) {
+        long double sum = 0.0;
+        double largest = 0.0;
+        for (const QuadTerm* term = first; term != last; ++term) {
+            sum += 1.0L * term->value * direction[term->col1] * direction[term->col2];
+            largest = std::max(largest, std::fabs(term->value));
+        }
+        if (largest > 0.0) worst = std::max(worst, std::fabs(static_cast<double>(sum)) / largest);
+    };
+    const auto& terms = program_.objective_terms;
+    visit(terms.data(), terms.data() + terms.size());
+    for (const QuadraticProgram::Form& form : program_.forms) {
+        if (!keeps_row_[form.row]) continue;
+        visit(program_.form_terms.data() + form.begin, program_.form_terms.data() + form.end);
+    }
+    return worst;
+}
+
 bool RaySearch::solve(bool improving, std::vector<double>& direction) {
     build(improving);
     if (aux_.columns == 0) return false;
@@ -284,7 +309,11 @@ bool RaySearch::run() {
     if (cost_norm_ == 0.0) return false;
     std::vector<double> direction;
     for (int round = 0; round < 10 && !run_.over(); ++round) {
-        if (solve(true, direction) && cost_along(direction) < -kProgress) return true;
+        if (solve(true, direction)) {
+            const double fall = -cost_along(direction);
+            if (fall > kProgress && fall * fall > kEndless * curvature_along(direction))
+                return true;
+        }
         if (program_.forms.empty() || run_.over()) return false;
         const bool loosens = solve(false, direction) && cost_along(direction) <= kExact;
         if (!loosens || !drop_loose(direction)) return false;

@@ -91,10 +91,12 @@ void QuadraticProgram::add_form(const QuadTerm* first, const QuadTerm* last) {
 }
 
 double QuadraticProgram::objective(const double* x) const {
-    double sum = constant;
-    for (int j = 0; j < columns; ++j) sum += cost[j] * x[j];
-    return sum +
-           evaluate(objective_terms.data(), objective_terms.data() + objective_terms.size(), x);
+    long double sum = constant;
+    for (int j = 0; j < columns; ++j) sum += 1.0L * cost[j] * x[j];
+    for (const QuadTerm& term : objective_terms) {
+        sum += 1.0L * term.value * x[term.col1] * x[term.col2];
+    }
+    return static_cast<double>(sum);
 }
 
 void QuadraticProgram::gradient(const double* x, std::vector<double>& out) const {

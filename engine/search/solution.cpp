@@ -6,9 +6,12 @@ namespace nlra {
 
 void evaluate(const Model& model, Solution& solution) {
     const std::vector<double>& x = solution.x;
-    double objective = model.constant;
-    for (int j = 0; j < model.cols(); ++j) objective += model.obj[j] * x[j];
-    for (const QuadTerm& term : model.qobj) objective += term.value * x[term.col1] * x[term.col2];
+    // Sums of squares multiplied out cancel nearly all that they consist of.
+    long double objective = model.constant;
+    for (int j = 0; j < model.cols(); ++j) objective += 1.0L * model.obj[j] * x[j];
+    for (const QuadTerm& term : model.qobj) {
+        objective += 1.0L * term.value * x[term.col1] * x[term.col2];
+    }
 
     const std::vector<int64_t>& start = model.matrix.start();
     const std::vector<int>& index = model.matrix.index();
@@ -25,7 +28,7 @@ void evaluate(const Model& model, Solution& solution) {
     }
     // Adding zero makes a negative zero a positive one.
     for (double& entry : slack) entry += 0.0;
-    solution.objective = objective + 0.0;
+    solution.objective = static_cast<double>(objective) + 0.0;
     solution.present = true;
 }
 

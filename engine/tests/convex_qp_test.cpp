@@ -234,57 +234,118 @@ TEST("convex qp: duals and reduced costs have their signs for both senses") {
     }
 }
 
-TEST("convex qp: problems from the literature") {
-    {
-        TestProblem test;  // Hock and Schittkowski 21
-        const int x = test.col(0, 2, 50);
-        const int y = test.col(0, -50, 50);
-        test.row({{x, 10}, {y, -1}}, 'G', 10);
-        test.model.set_constant(-100);
-        test.model.set_qobj({{x, x, 0.01}, {y, y, 1.0}});
-        CHECK_NEAR(solve(test).solution.objective, -99.96, 1e-9);
+namespace {
+
+using Column = std::vector<long double>;
+
+long double dot(const Column& a, const Column& b) {
+    long double sum = 0.0;
+    for (size_t i = 0; i < a.size(); ++i) sum += a[i] * b[i];
+    return sum;
+}
+
+// Least sum of squares over the columns that are in use, by orthogonalization done twice.
+long double least_squares(const std::vector<Column>& a, Column b, unsigned use, Column& x) {
+    std::vector<Column> q;
+    std::vector<size_t> chosen;
+    std::vector<Column> r;
+    for (size_t j = 0; j < a.size(); ++j) {
+        if ((use >> j & 1) == 0) continue;
+        Column v = a[j], row(a.size(), 0.0L);
+        for (int pass = 0; pass < 2; ++pass) {
+            for (size_t k = 0; k < q.size(); ++k) {
+                const long double share = dot(q[k], v);
+                row[k] += share;
+                for (size_t i = 0; i < v.size(); ++i) v[i] -= share * q[k][i];
+            }
+        }
+        const long double norm = std::sqrt(dot(v, v));
+        if (norm <= 1e-15L * std::sqrt(dot(a[j], a[j]))) continue;
+        for (long double& value : v) value /= norm;
+        row[q.size()] = norm;
+        q.push_back(v);
+        r.push_back(row);
+        chosen.push_back(j);
     }
-    {
-        TestProblem test;  // 35
-        for (const double cost : {-8.0, -6.0, -4.0}) test.col(cost, 0, kInf);
-        test.row({{0, 1}, {1, 1}, {2, 2}}, 'L', 3);
-        test.model.set_constant(9);
-        test.model.set_qobj({{0, 0, 2}, {0, 1, 2}, {0, 2, 2}, {1, 1, 2}, {2, 2, 1}});
-        CHECK_NEAR(solve(test).solution.objective, 1.0 / 9.0, 1e-9);
+    std::vector<long double> z;
+    for (const Column& v : q) {
+        z.push_back(dot(v, b));
+        for (size_t i = 0; i < b.size(); ++i) b[i] -= z.back() * v[i];
     }
-    {
-        TestProblem test;  // 76
-        for (const double cost : {-1.0, -3.0, 1.0, -1.0}) test.col(cost, 0, kInf);
-        test.row({{0, 1}, {1, 2}, {2, 1}, {3, 1}}, 'L', 5);
-        test.row({{0, 3}, {1, 1}, {2, 2}, {3, -1}}, 'L', 4);
-        test.row({{1, 1}, {2, 4}}, 'G', 1.5);
-        test.model.set_qobj(
-            {{0, 0, 1}, {0, 2, -1}, {1, 1, 0.5}, {2, 2, 1}, {2, 3, 1}, {3, 3, 0.5}});
-        CHECK_NEAR(solve(test).solution.objective, -4.681818181818, 1e-9);
+    x.assign(a.size(), 0.0L);
+    for (size_t k = q.size(); k-- > 0;) {
+        for (size_t t = k + 1; t < q.size(); ++t) z[k] -= r[t][k] * z[t];
+        x[chosen[k]] = z[k] /= r[k][k];
     }
-    {
-        TestProblem test;  // 118
-        const double cost[] = {2.3, 1.7, 2.2}, square[] = {1e-4, 1e-4, 1.5e-4};
-        const double upper[] = {90, 120, 60}, first_lower[] = {8, 43, 3},
-                     first_upper[] = {21, 57, 16};
+    return dot(b, b);
+}
+
+// The columns of a fit: powers, rational functions, nearly equal or equal ones, of any scale.
+std::vector<Column> basis(int kind, int rows, int columns, Random& random) {
+    std::vector<Column> a(columns, Column(rows));
+    for (int j = 0; j < columns; ++j) {
+        const double scale = std::pow(10.0, random.real(-4, 4));
+        for (int i = 0; i < rows; ++i) {
+            const double t = -1.8 + 3.6 * i / (rows - 1), noise = random.real(-1, 1);
+            const Column& first = a[0];
+            const long double values[] = {
+                std::pow(t, 2 * j),
+                1.0L / (i + j + 1),
+                std::pow(0.1 + std::fabs(t), j),
+                scale * noise,
+                j + 1 == columns && j > 0 ? first[i] + 1e-5 * noise : noise,
+                j % 2 == 1 ? 3 * a[j - 1][i] : noise};
+            a[j][i] = static_cast<double>(values[kind]);
+        }
+    }
+    return a;
+}
+
+}  // namespace
+
+TEST("convex qp: least squares are optimal when they are said to be, however ill-conditioned") {
+    Random random(8);
+    int unfinished = 0;
+    for (int trial = 0; trial < 120; ++trial) {
+        const int rows = random.integer(9, 35), columns = random.integer(2, 9);
+        const std::vector<Column> a = basis(trial % 6, rows, columns, random);
+        const bool bounded = columns < 7 && random.chance(0.5);
+        Column b(rows);
+        for (int i = 0; i < rows; ++i) b[i] = 60 + 50 * std::cos(0.3 * i) + random.real(-1, 1);
+        TestProblem test;
         std::vector<QuadTerm> terms;
-        for (int k = 0; k < 15; ++k) {
-            const int i = k % 3;
-            test.col(cost[i], k < 3 ? first_lower[i] : 0, k < 3 ? first_upper[i] : upper[i]);
-            terms.push_back({k, k, square[i]});
-        }
-        for (int k = 3; k < 15; ++k) {
-            const bool middle = k % 3 == 1;
-            const double range = k % 3 == 2 ? 12 : middle ? 14 : 13;
-            test.row({{k, 1}, {k - 3, -1}}, 'R', middle ? 7 : 6, range);
-        }
-        const double demand[] = {60, 50, 70, 85, 100};
-        for (int k = 0; k < 5; ++k) {
-            test.row({{3 * k, 1}, {3 * k + 1, 1}, {3 * k + 2, 1}}, 'G', demand[k]);
+        for (int j = 0; j < columns; ++j) {
+            test.col(static_cast<double>(-2 * dot(a[j], b)), bounded ? 0 : -kInf, kInf);
+            for (int k = 0; k <= j; ++k) {
+                const double value = static_cast<double>((k < j ? 2 : 1) * dot(a[k], a[j]));
+                terms.push_back({k, j, value});
+            }
         }
         test.model.set_qobj(terms);
-        CHECK_NEAR(solve(test).solution.objective, 664.8204500, 1e-6);
+        test.model.set_constant(static_cast<double>(dot(b, b)));
+
+        const unsigned all = (1u << columns) - 1;
+        Column x;
+        long double least = kInf;
+        for (unsigned use = bounded ? 0 : all; use <= all; ++use) {
+            const long double value = least_squares(a, b, use, x);
+            const bool allowed =
+                !bounded || std::all_of(x.begin(), x.end(), [](auto v) { return v >= 0; });
+            if (allowed) least = std::min(least, value);
+        }
+        const LpOutcome outcome = solve(test);
+        CHECK(outcome.status != NLRA_LP_INFEAS && outcome.status != NLRA_LP_UNBOUNDED);
+        unfinished += outcome.status != NLRA_LP_OPTIMAL;
+        if (outcome.status != NLRA_LP_OPTIMAL) continue;
+        Column residual = b;
+        for (int j = 0; j < columns; ++j) {
+            for (int i = 0; i < rows; ++i) residual[i] -= a[j][i] * outcome.solution.x[j];
+        }
+        const long double value = dot(residual, residual);
+        CHECK(value - least <= 1e-6L * std::max(1.0L, least));
     }
+    // What is rounded away from the products of a fit's columns cannot be had back.
+    CHECK(unfinished < 12);
 }
 
 TEST("convex qp: a portfolio by variance and by return gives the same mix") {
