@@ -154,7 +154,10 @@ void set_options(const Problem& problem, const NlpStructure& structure, const Nl
     set_option(problem, "max_iter", options.max_iterations);
     set_option(problem, "diverging_iterates_tol", options.divergence);
     set_option(problem, "bound_relax_factor", options.bound_relaxation);
-    set_option(problem, "nlp_scaling_method", options.scaling ? "gradient-based" : "none");
+    set_option(problem, "nlp_scaling_method",
+               !options.given_scaling.empty() ? "user-scaling"
+               : options.scaling              ? "gradient-based"
+                                              : "none");
     set_option(problem, "bound_push", options.bound_push);
     // The other limit of the push is a share of a column's range.
     set_option(problem, "bound_frac", std::min(options.bound_push, 0.5));
@@ -229,6 +232,11 @@ NlpResult solve_nlp(const NlpStructure& structure, NlpFunctions& functions, cons
     if (!problem) fail(NLRA_ERROR_SOLVER, "Ipopt refused the problem");
     set_options(problem, structure, options);
     SetIntermediateCallback(problem.get(), intermediate);
+    if (const NlpScaling& scaling = options.given_scaling; !scaling.empty()) {
+        SetIpoptProblemScaling(problem.get(), scaling.objective,
+                               const_cast<double*>(scaling.columns.data()),
+                               const_cast<double*>(scaling.rows.data()));
+    }
 
     NlpResult result;
     result.x = copy_or_zeros(start.x, n);

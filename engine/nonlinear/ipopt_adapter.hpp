@@ -63,6 +63,15 @@ struct NlpStart {
 
 enum class PivotOrder { kBySize, kMinimumDegree, kMinimumFill, kQuasiDense };
 
+// By what the solver multiplies objective, columns and rows; columns start and end in their own
+// units.
+struct NlpScaling {
+    double objective = 1.0;
+    std::vector<double> columns, rows;
+
+    bool empty() const { return columns.empty(); }
+};
+
 struct NlpOptions {
     double tolerance = 1e-8;  // of the scaled optimality conditions
     int max_iterations = 3000;
@@ -70,7 +79,8 @@ struct NlpOptions {
     bool warm_start = false;
     double initial_barrier = 0.0;  // 0: the solver's choice
     bool adaptive_barrier = false;
-    bool scaling = true;        // by gradients at the start
+    bool scaling = true;  // by gradients at the start, unless given
+    NlpScaling given_scaling;
     bool exact_hessian = true;  // where the structure has one
     double bound_push = 1e-2;   // relative distance from its bounds that a cold start gets
     PivotOrder pivot_order = PivotOrder::kBySize;

@@ -3,17 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "analysis/convexity.hpp"
-#include "nonlinear/merge_equal.hpp"
-
 namespace nlra {
-
-namespace {
-
-// How close to a bound or a side counts as there, in relative terms.
-constexpr double kActive = 1e-6;
-
-}  // namespace
 
 double violation(double value, double low, double high) {
     const double below = low > -kInfinity ? (low - value) / std::max(1.0, std::fabs(low)) : 0.0;
@@ -41,17 +31,28 @@ bool Judge::measure(NlpResult& result, NlpResiduals& residuals) {
     for (int j = 0; j < n; ++j) {
         sum += std::fabs(result.lower_multipliers[j]) + std::fabs(result.upper_multipliers[j]);
     }
-    const double scale = std::max(1.0, sum / std::max(1, m + 2 * n) / 100.0);
+    constexpr double kMostScale = 1e3;  // multipliers that have no limit tell nothing
+    const double scale = std::clamp(sum / std::max(1, m + 2 * n) / 100.0, 1.0, kMostScale);
     // Products of multipliers and distances are parts of the objective's value.
     const double value_scale = std::max(scale, std::min(std::fabs(result.objective), 1e6));
     residuals = NlpResiduals();
+    // Of what a row may miss its sides by, relative to them, a share is relative to its terms.
+    constexpr double kPrecision = 1e-3;
+    term_.assign(m, 0.0);
+    for (size_t k = 0; k < jacobian_.size(); ++k) {
+        double& term = term_[structure_.jacobian_row[k]];
+        term = std::max(term, std::fabs(jacobian_[k] * x[structure_.jacobian_col[k]]));
+    }
     for (int i = 0; i < m; ++i) {
         const double low = bounds.row_lower[i], high = bounds.row_upper[i];
-        residuals.primal = std::max(residuals.primal, violation(activity_[i], low, high));
-        residuals.violation =
-            std::max({residuals.violation, low > -kInfinity ? low - activity_[i] : 0.0,
-                      high < kInfinity ? activity_[i] - high : 0.0});
         const double y = result.multipliers[i];
+        const double miss = std::max({0.0, low > -kInfinity ? low - activity_[i] : 0.0,
+                                      high < kInfinity ? activity_[i] - high : 0.0});
+        residuals.primal =
+            std::max(residuals.primal, std::min(violation(activity_[i], low, high),
+                                                miss / std::max(1.0, kPrecision * term_[i])));
+        residuals.violation = std::max(residuals.violation, miss);
+        residuals.penalty += std::fabs(y) * miss;
         const double side = y > 0.0 ? high : low;
         // A multiplier that pushes against a side that is not there counts in full.
         const double gap = std::fabs(side) < kInfinity ? std::fabs(y * (side - activity_[i])) /
@@ -59,14 +60,16 @@ bool Judge::measure(NlpResult& result, NlpResiduals& residuals) {
                                                        : std::fabs(y);
         residuals.complementarity = std::max(residuals.complementarity, gap / value_scale);
     }
-    term_.resize(n);
+    term_.assign(n, 0.0);
     for (int j = 0; j < n; ++j) term_[j] = std::max(scale, std::fabs(gradient_[j]));
     for (size_t k = 0; k < jacobian_.size(); ++k) {
         const int j = structure_.jacobian_col[k];
         const double term = jacobian_[k] * result.multipliers[structure_.jacobian_row[k]];
         gradient_[j] += term;
         term_[j] = std::max(term_[j], std::fabs(term));
+        residuals.term = std::max(residuals.term, std::fabs(term * x[j]));
     }
+    residuals.term /= std::max(1.0, std::fabs(result.objective));
     // Multipliers of bounds follow from the rest, which leaves their signs to be looked at.
     for (int j = 0; j < n; ++j) {
         const bool fixed = bounds.lower[j] == bounds.upper[j];
@@ -85,64 +88,58 @@ bool Judge::measure(NlpResult& result, NlpResiduals& residuals) {
            std::isfinite(residuals.complementarity);
 }
 
-bool Judge::is_active(int row) const {
-    const NlpBounds bounds = functions_.bounds();
-    const auto near = [&](double side) {
-        return std::fabs(side) < kInfinity &&
-               std::fabs(activity_[row] - side) <= kActive * std::max(1.0, std::fabs(side));
-    };
-    return near(bounds.row_lower[row]) || near(bounds.row_upper[row]);
+const NewtonModel* Judge::look_closer(const NlpResult& result, const StopPoll& poll,
+                                      Curvature curvature) {
+    try {
+        const JudgedPoint point{result, activity_, jacobian_, gradient_, term_};
+        return model_.make(point, poll, curvature) ? &model_ : nullptr;
+    } catch (const FactorizationStopped&) {
+        return nullptr;
+    }
 }
 
-bool Judge::is_second_order_optimal(const NlpResult& result, const StopPoll& poll) {
-    constexpr size_t kMaxTerms = 500'000;
-    constexpr double kPenalty = 1e4;
-    if (!structure_.has_hessian) return true;
-    const NlpBounds bounds = functions_.bounds();
-    std::vector<double> hessian(structure_.hessian_row.size());
-    const double* x = result.x.data();
-    if (!functions_.hessian(x, 1.0, result.multipliers.data(), hessian.data())) return true;
-
-    std::vector<char> is_free(structure_.columns);
-    for (int j = 0; j < structure_.columns; ++j) {
-        const double near = kActive * std::max(1.0, std::fabs(x[j]));
-        is_free[j] = x[j] > bounds.lower[j] + near && x[j] < bounds.upper[j] - near;
-    }
-    std::vector<QuadTerm> terms;
-    double largest = 0.0;
-    for (size_t k = 0; k < hessian.size(); ++k) {
-        const int a = structure_.hessian_row[k], b = structure_.hessian_col[k];
-        if (!is_free[a] || !is_free[b] || hessian[k] == 0.0) continue;
-        terms.push_back({std::min(a, b), std::max(a, b), a == b ? 0.5 * hessian[k] : hessian[k]});
-        largest = std::max(largest, std::fabs(hessian[k]));
-    }
-    if (terms.empty()) return true;
-    std::vector<std::vector<size_t>> entries(structure_.rows);
-    for (size_t k = 0; k < jacobian_.size(); ++k) {
-        const int row = structure_.jacobian_row[k];
-        if (is_free[structure_.jacobian_col[k]] && is_active(row)) entries[row].push_back(k);
-    }
-    for (const std::vector<size_t>& row : entries) {
-        if (row.size() * row.size() + terms.size() > kMaxTerms) return true;
-        double norm = 0.0;
-        for (const size_t k : row) norm += jacobian_[k] * jacobian_[k];
-        if (norm == 0.0) continue;
-        for (const size_t k : row) {
-            for (const size_t l : row) {
-                const int a = structure_.jacobian_col[k], b = structure_.jacobian_col[l];
-                if (a > b) continue;
-                const double value = kPenalty * largest * jacobian_[k] * jacobian_[l] / norm;
-                if (a < b || k < l) terms.push_back({a, b, value});
-                if (k == l) terms.push_back({a, b, 0.5 * value});
-            }
+const NewtonModel* polish(Judge& judge, NlpResult& result, NlpResiduals& residuals,
+                          const StopPoll& poll) {
+    constexpr int kMaxSteps = 40;
+    constexpr double kRounding = 1e-15, kProgress = 1e-3, kFeasible = 1e-7;
+    constexpr double kLeast = 1e-3;  // share of a step
+    const NewtonModel* model = judge.look_closer(result, poll);
+    for (int i = 0; i < kMaxSteps && model != nullptr && model->is_convex(); ++i) {
+        const double missed = model->gain() + residuals.penalty;
+        const double scale = std::fabs(result.objective);
+        if (missed <= kRounding * scale && residuals.primal <= kFeasible) break;
+        const NlpResult kept = result;
+        const double before = result.objective + 2.0 * residuals.penalty;
+        const double primal = std::max(residuals.primal, kFeasible);
+        bool better = false;
+        for (double share = 1.0; share > kLeast && !better; share *= 0.3) {
+            result = model->step(share);
+            better = judge.measure(result, residuals) && residuals.primal <= primal &&
+                     result.objective + 2.0 * residuals.penalty <= before + missed;
         }
+        if (better) {
+            const double gained = before - result.objective - 2.0 * residuals.penalty;
+            model = judge.look_closer(result, poll);
+            better =
+                model != nullptr && model->is_convex() &&
+                (model->gain() + residuals.penalty < 0.5 * missed || gained > kProgress * missed);
+        }
+        if (better) continue;
+        result = kept;
+        judge.measure(result, residuals);
+        return judge.look_closer(result, poll);
     }
-    merge_equal(terms, term_before);
-    try {
-        return is_convex_form(terms, 1.0, poll);
-    } catch (const FactorizationStopped&) {
-        return true;
-    }
+    return model;
+}
+
+bool renew_multipliers(Judge& judge, NlpResult& result, const StopPoll& poll) {
+    NlpResiduals residuals;
+    std::fill(result.multipliers.begin(), result.multipliers.end(), 0.0);
+    if (!judge.measure(result, residuals)) return false;
+    const NewtonModel* const model = judge.look_closer(result, poll, Curvature::kUnit);
+    if (model == nullptr || !model->is_convex()) return false;
+    result.multipliers = model->step(1.0).multipliers;
+    return true;
 }
 
 }  // namespace nlra

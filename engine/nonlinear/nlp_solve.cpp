@@ -8,6 +8,7 @@
 #include "nonlinear/model_values.hpp"
 #include "nonlinear/nlp_functions.hpp"
 #include "nonlinear/nlp_judge.hpp"
+#include "nonlinear/nlp_scaling.hpp"
 #include "nonlinear/nlp_start.hpp"
 #include "nonlinear/nlp_verdicts.hpp"
 #include "nonlinear/stoppable_nlp.hpp"
@@ -41,7 +42,8 @@ class NlpSolve {
 
     Verdict solve();
     Verdict solve_without_columns();
-    Verdict search(const NlpStart& start, bool is_warm);
+    // No trial takes more than `most` iterations.
+    Verdict search(const NlpStart& start, bool is_warm, int most);
     Verdict improve(Verdict verdict);
     Verdict start_elsewhere(const Verdict& verdict, const std::vector<double>& x);
     void refine();
@@ -55,10 +57,18 @@ class NlpSolve {
     // What an interior point method can promise.
     double row_tolerance() const { return std::max(10.0 * feasibility_tolerance_, 1e-6); }
     bool is_feasible() const { return residuals_.primal <= row_tolerance(); }
-    bool is_optimal() const {
-        const double tolerance = std::max(10.0 * optimality_tolerance_, 1e-6);
-        return is_feasible() && residuals_.dual <= tolerance &&
-               residuals_.complementarity <= tolerance;
+    // How far an end meets the conditions of an optimum: not at all, as far as derivatives in their
+    // own units tell, or as far as what the objective can still gain.
+    enum class Grade { kNone, kWeak, kStrong };
+    Grade grade() const;
+    bool look_closer();
+    void try_other_multipliers();
+    // By size, so that the time of all stays within bounds.
+    int further_starts() const {
+        constexpr size_t kWork = 400'000, kMost = 20, kLeast = 3;
+        const NlpStructure& structure = functions_.structure();
+        const size_t size = structure.jacobian_row.size() + structure.hessian_row.size() + 1;
+        return static_cast<int>(std::clamp(kWork / size, kLeast, kMost));
     }
     // A value that no objective has which is bounded, at a point far from everything.
     static bool runs_away(const NlpResult& result) {
@@ -81,6 +91,8 @@ class NlpSolve {
     // The point that the verdict is about.
     NlpResult result_;
     NlpResiduals residuals_;
+    const NewtonModel* closer_ = nullptr;  // at it
+    double objective_at_start_ = 0.0;
 };
 
 NlpResult NlpSolve::call(const NlpBounds& bounds, const NlpStart& start,
@@ -129,39 +141,97 @@ NlpSolve::Verdict NlpSolve::solve_without_columns() {
     return {NSLP_GLOBALLY_OPTIMAL, NLRA_STOP_NONE, true};
 }
 
+// Measures the point, and improves it where its objective can still gain.
+bool NlpSolve::look_closer() {
+    closer_ = nullptr;
+    if (!judge_.measure(result_, residuals_)) return false;
+    if (is_feasible() && std::isfinite(result_.objective)) {
+        closer_ = polish(judge_, result_, residuals_, poll());
+        if (functions_.structure().rows > 0 && grade() != Grade::kStrong) try_other_multipliers();
+    }
+    return true;
+}
+
+void NlpSolve::try_other_multipliers() {
+    const NlpResult kept = result_;
+    const Grade reached = grade();
+    if (renew_multipliers(judge_, result_, poll()) && judge_.measure(result_, residuals_)) {
+        closer_ = polish(judge_, result_, residuals_, poll());
+        if (grade() > reached) return;
+    }
+    result_ = kept;
+    judge_.measure(result_, residuals_);
+    closer_ = judge_.look_closer(result_, poll());
+}
+
+NlpSolve::Grade NlpSolve::grade() const {
+    constexpr double kShare = 1e-7, kRounding = 1e-20, kSlope = 1e-6, kMultipliers = 1e-6;
+    constexpr double kMostTerm = 1e9;  // the rest of what cancels is rounding
+    if (!is_feasible()) return Grade::kNone;
+    const double value = std::fabs(result_.objective);
+    if (closer_ != nullptr && closer_->is_convex()) {
+        const double gain = closer_->gain() + residuals_.penalty;
+        if (gain <= std::max(kShare * value, kRounding * closer_->size()) &&
+            closer_->multiplier_error() <= kMultipliers && residuals_.term <= kMostTerm) {
+            return Grade::kStrong;
+        }
+    }
+    const double tolerance = std::max(10.0 * optimality_tolerance_, 1e-6);
+    if (residuals_.dual > tolerance || residuals_.complementarity > tolerance) return Grade::kNone;
+    if (closer_ == nullptr) return Grade::kStrong;
+    const double range = std::fabs(objective_at_start_ - result_.objective);
+    if (closer_->slope() > kSlope * std::max(value, range)) return Grade::kNone;
+    return closer_->is_convex() ? Grade::kWeak : Grade::kStrong;
+}
+
 // Several settings one after another, until one leads to an end that can be told.
-NlpSolve::Verdict NlpSolve::search(const NlpStart& start, bool is_warm) {
+NlpSolve::Verdict NlpSolve::search(const NlpStart& start, bool is_warm, int most) {
     const long begin = iterations_;
     bool measured = false;
     NlpOptions options = options_;
-    constexpr long kMaxFurtherIterations = 1000;
-    for (int trial = is_warm ? -1 : 0; trial < 3; ++trial) {
+    constexpr int kMaxFurtherIterations = 1000;
+    const Verdict optimum{is_convex_ ? NSLP_GLOBALLY_OPTIMAL : NSLP_LOCALLY_OPTIMAL, NLRA_STOP_NONE,
+                          true};
+    if (!functions_.objective(start.x, objective_at_start_)) objective_at_start_ = 0.0;
+    std::optional<NlpResult> weak;
+    for (int trial = is_warm ? -1 : 0; trial < 4; ++trial) {
+        NlpStart from = start;
         options.warm_start = trial == -1;
-        options.adaptive_barrier = options_.adaptive_barrier != (trial == 1);
-        options.scaling = options_.scaling && trial != 2;
-        const long allowed = trial > 0
-                                 ? std::min<long>(options_.max_iterations, kMaxFurtherIterations)
-                                 : options_.max_iterations;
+        options.adaptive_barrier = options_.adaptive_barrier != (trial == 2);
+        options.scaling = options_.scaling && trial != 3;
+        options.given_scaling = NlpScaling();
+        const std::vector<double> end = result_.x;
+        if (trial == 1) {
+            if (!measured) continue;
+            options.given_scaling = scaling_at(functions_, end);
+            from.x = end.data();
+        }
+        const long allowed = trial > 0 ? std::min(most, kMaxFurtherIterations) : most;
         options.max_iterations =
             static_cast<int>(std::clamp<long>(iteration_limit_ - iterations_, 0, allowed));
         if (iterations_ > begin) monitor_.log(1, "Trying again with other settings");
-        result_ = attempt(options, start);
-        measured = judge_.measure(result_, residuals_);
+        result_ = attempt(options, from);
+        measured = look_closer();
         if (monitor_.should_stop()) return {NSLP_UNFINISHED, monitor_.reason(), measured};
         if (measured && (runs_away(result_) || improves_without_end(model_, functions_, result_))) {
             return {NSLP_UNBOUNDED};
         }
-        if (measured && is_optimal()) {
-            return {is_convex_ ? NSLP_GLOBALLY_OPTIMAL : NSLP_LOCALLY_OPTIMAL, NLRA_STOP_NONE,
-                    true};
-        }
-        if (result_.status == NlpStatus::kInfeasible && !options.warm_start) {
+        const Grade reached = measured ? grade() : Grade::kNone;
+        if (reached == Grade::kStrong) return optimum;
+        if (reached == Grade::kWeak && !weak) weak = result_;
+        if (result_.status == NlpStatus::kInfeasible && !options.warm_start && !weak &&
+            !is_feasible()) {
             return {is_convex_ ? NSLP_INFEASIBLE : NSLP_LOCALLY_INFEASIBLE, NLRA_STOP_NONE,
                     measured};
         }
         if (iterations_ >= iteration_limit_) {
             return {NSLP_UNFINISHED, NLRA_STOP_ITERLIMIT, measured};
         }
+    }
+    if (weak) {
+        result_ = std::move(*weak);
+        look_closer();
+        return optimum;
     }
     monitor_.log(1, "The optimality conditions are missed by %.1e (rows), %.1e (gradient), %.1e",
                  residuals_.primal, residuals_.dual, residuals_.complementarity);
@@ -174,21 +244,21 @@ NlpSolve::Verdict NlpSolve::improve(Verdict verdict) {
     constexpr int kTrials = 3;
     constexpr double kBetter = 1e-7;
     for (int trial = 0; trial < kTrials; ++trial) {
-        if (result_.iterations > 0 && judge_.is_second_order_optimal(result_, poll())) break;
+        if (closer_ == nullptr || closer_->is_convex()) break;
         if (monitor_.should_stop() || iterations_ >= iteration_limit_) break;
         monitor_.log(1, "The point is stationary, but may be no minimum: going on from near it");
         NlpResult kept = result_;
         const std::vector<double> near = perturbed(model_, result_.x, trial);
         NlpStart start;
         start.x = near.data();
-        const Verdict other = search(start, false);
+        const Verdict other = search(start, false, options_.max_iterations);
         if (other.status == NSLP_UNBOUNDED) return other;
         const double better = kept.objective - kBetter * std::max(1.0, std::fabs(kept.objective));
         if (other.status == NSLP_LOCALLY_OPTIMAL && result_.objective < better) {
             verdict = other;
         } else {
             result_ = std::move(kept);
-            judge_.measure(result_, residuals_);
+            look_closer();
         }
     }
     return verdict;
@@ -197,22 +267,24 @@ NlpSolve::Verdict NlpSolve::improve(Verdict verdict) {
 // A minimum of the infeasibility may be one that only this start leads to, as zero does for
 // x^2 >= 1.
 NlpSolve::Verdict NlpSolve::start_elsewhere(const Verdict& verdict, const std::vector<double>& x) {
-    constexpr int kTrials = 2;
-    for (int trial = 0; trial < kTrials; ++trial) {
+    constexpr int kNear = 2, kMaxIterations = 200;
+    const NlpResult first = result_;
+    const auto seed = static_cast<uint64_t>(controls_.get_int(kSeed));
+    for (int trial = 0; trial < further_starts(); ++trial) {
         if (monitor_.should_stop() || iterations_ >= iteration_limit_) break;
         monitor_.log(1, "No feasible point was found: trying again from elsewhere");
-        NlpResult kept = result_;
-        const std::vector<double> other = perturbed(model_, x, trial);
+        const std::vector<double> other =
+            trial < kNear ? perturbed(model_, x, trial) : scattered(model_, seed, trial - kNear);
         NlpStart start;
         start.x = other.data();
-        const Verdict found = search(start, false);
+        const Verdict found = search(start, false, kMaxIterations);
         if (found.status != NSLP_LOCALLY_INFEASIBLE && found.status != NSLP_UNFINISHED) {
             return found;
         }
-        result_ = std::move(kept);
     }
+    result_ = first;
     Verdict last = verdict;
-    last.has_point = judge_.measure(result_, residuals_);
+    last.has_point = look_closer();
     return last;
 }
 
@@ -230,12 +302,11 @@ void NlpSolve::refine() {
     const NlpStart start{kept.x.data(), kept.multipliers.data(), kept.lower_multipliers.data(),
                          kept.upper_multipliers.data()};
     result_ = attempt(options, start);
-    if (judge_.measure(result_, residuals_) && is_optimal() &&
-        residuals_.violation < before.violation) {
+    if (look_closer() && grade() != Grade::kNone && residuals_.violation < before.violation) {
         return;
     }
     result_ = std::move(kept);
-    judge_.measure(result_, residuals_);
+    look_closer();
 }
 
 NlpSolve::Verdict NlpSolve::solve() {
@@ -253,13 +324,13 @@ NlpSolve::Verdict NlpSolve::solve() {
         start.lower_multipliers = multipliers.lower.data();
         start.upper_multipliers = multipliers.upper.data();
     }
-    Verdict verdict = search(start, is_warm);
+    Verdict verdict = search(start, is_warm, options_.max_iterations);
     const bool is_open = verdict.status == NSLP_LOCALLY_INFEASIBLE ||
                          (verdict.status == NSLP_UNFINISHED && verdict.stop == NLRA_STOP_NONE);
     if (is_open && linear_part_is_infeasible(model_, controls_, monitor_)) {
         return {NSLP_INFEASIBLE};
     }
-    if (verdict.status == NSLP_LOCALLY_INFEASIBLE) verdict = start_elsewhere(verdict, x);
+    if (is_open) verdict = start_elsewhere(verdict, x);
     if (verdict.status == NSLP_LOCALLY_OPTIMAL) verdict = improve(verdict);
     if (verdict.status == NSLP_LOCALLY_OPTIMAL || verdict.status == NSLP_GLOBALLY_OPTIMAL) refine();
     return verdict;

@@ -13,6 +13,17 @@ double spread(int column, int trial) {
     return value - std::floor(value);
 }
 
+// Between 0 and 1, as if by chance: the bits of the numbers mixed (Steele, Lea and Flood 2014).
+double random_share(uint64_t seed, int trial, int column) {
+    uint64_t bits = seed * 0x9e3779b97f4a7c15u + static_cast<uint64_t>(trial);
+    for (const uint64_t next : {static_cast<uint64_t>(column), uint64_t{0}}) {
+        bits = (bits ^ (bits >> 30)) * 0xbf58476d1ce4e5b9u;
+        bits = (bits ^ (bits >> 27)) * 0x94d049bb133111ebu;
+        bits = (bits ^ (bits >> 31)) + next * 0x9e3779b97f4a7c15u + 1;
+    }
+    return std::ldexp(static_cast<double>(bits >> 11), -53);
+}
+
 bool is_defined(ModelFunctions& functions, const std::vector<double>& x) {
     double value;
     const NlpStructure& structure = functions.structure();
@@ -89,6 +100,22 @@ Multipliers last_multipliers(const Model& model, const ModelFunctions& functions
         out.upper[j] = std::max(-multiplier, 0.0);
     }
     return out;
+}
+
+std::vector<double> scattered(const Model& model, uint64_t seed, int trial) {
+    constexpr double kRadii[] = {1.0, 10.0, 3.0, 100.0};
+    const double radius = kRadii[trial % std::size(kRadii)];
+    std::vector<double> x(static_cast<size_t>(model.cols()));
+    for (int j = 0; j < model.cols(); ++j) {
+        const double low = model.lower[j], high = model.upper[j];
+        const double center = std::clamp(0.0, low, high);
+        const double from = std::max(low, center - radius), to = std::min(high, center + radius);
+        // Where there are bounds, all that is between them is as likely.
+        const bool is_box = high - low <= 1e3;
+        const double share = random_share(seed, trial, j);
+        x[j] = is_box ? low + (high - low) * share : from + (to - from) * share;
+    }
+    return x;
 }
 
 std::vector<double> perturbed(const Model& model, std::vector<double> x, int trial) {

@@ -1,6 +1,7 @@
 // Where a solve of a model with formulas begins.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "nonlinear/nlp_functions.hpp"
@@ -20,5 +21,8 @@ Multipliers last_multipliers(const Model& model, const ModelFunctions& functions
 // A point near x, within the bounds, that differs from it in every column that can move. `trial`
 // chooses among several.
 std::vector<double> perturbed(const Model& model, std::vector<double> x, int trial);
+
+// A point within the bounds, or near zero where there are none, as if by chance.
+std::vector<double> scattered(const Model& model, uint64_t seed, int trial);
 
 }  // namespace nlra
