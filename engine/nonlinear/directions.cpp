@@ -1,5 +1,7 @@
 #include "nonlinear/directions.hpp"
 
+#include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace nlra {
@@ -44,6 +46,32 @@ void Directions::spread() {
     for (int i = graph_.size() - 1; i >= 0; --i) {
         if (direction_[i] != kUnused) spread_from(i);
     }
+}
+
+std::vector<Directions::Pull> Directions::pulls_of(const RootParts& parts, Direction direction) {
+    std::vector<int> reached;
+    const auto reach = [&](int node) {
+        if (direction_[node] != kUnused) return;
+        direction_[node] = kBoth;
+        reached.push_back(node);
+    };
+    for (const Entry& term : parts.rest) reach(term.node);
+    for (size_t k = 0; k < reached.size(); ++k) graph_.for_arguments(reached[k], reach);
+    for (const int node : reached) direction_[node] = kUnused;
+    std::sort(reached.begin(), reached.end(), std::greater<>());
+    pull_root(parts, direction);
+    std::vector<Pull> pulls;
+    for (const int node : reached) {
+        spread_from(node);
+        if (graph_.node(node).op == Op::kColumn) {
+            pulls.push_back({graph_.node(node).first, direction_[node]});
+        }
+    }
+    for (const int node : reached) {
+        direction_[node] = kUnused;
+        bounded_[node] = 0;
+    }
+    return pulls;
 }
 
 void Directions::spread_from(int index) {

@@ -34,6 +34,14 @@ class Directions {
     // From the roots, of which all have been given, to everything beneath.
     void spread();
 
+    // Of one root alone, as long as no others have been given: the columns within its functions,
+    // each with the way it is pulled. Leaves no trace.
+    struct Pull {
+        int col;
+        Direction direction;
+    };
+    std::vector<Pull> pulls_of(const RootParts& parts, Direction direction);
+
     Direction of(int node) const { return direction_[node]; }
     // What this says of nodes holds as long as each of them keeps to this range.
     Interval range_to_keep(int node) const {

@@ -17,10 +17,12 @@
 #include "linear/relaxation.hpp"
 #include "nonlinear/convex_qp.hpp"
 #include "search/convex_mip.hpp"
+#include "search/convex_relaxation.hpp"
 #include "search/mip_start.hpp"
 #include "search/monitor.hpp"
 #include "search/reformulate.hpp"
 #include "search/report.hpp"
+#include "search/restated_solve.hpp"
 #include "search/unused_columns.hpp"
 
 namespace nlra {
@@ -55,11 +57,15 @@ class Clock {
     const Monitor& monitor_;
 };
 
-// A stop ends the test as passed; the solve after it ends at its first poll.
-void require_convex(nlra_problem& problem, Monitor& monitor, bool mip) {
+// Null where the problem is convex, else one in its place that is. A stop ends the test as passed;
+// the solve after it ends at its first poll.
+std::unique_ptr<StandIn> require_convex(nlra_problem& problem, Monitor& monitor, bool mip) {
+    if (!problem.model.is_quadratic()) return nullptr;
     const std::string what =
         find_nonconvexity(problem.model, [&monitor] { return monitor.should_stop(); });
-    if (what.empty()) return;
+    if (what.empty()) return nullptr;
+    std::unique_ptr<StandIn> stand_in = convex_stand_in(problem, monitor);
+    if (stand_in || monitor.should_stop()) return stand_in;
     problem.info.lp_status = NLRA_LP_NONCONVEX;
     if (mip) problem.info.mip_status = NLRA_MIP_NONCONVEX;
     fail(NLRA_ERROR_NONCONVEX, "the problem is not convex: %s", what.c_str());
@@ -82,8 +88,12 @@ Model relaxed_copy(const Model& model) {
 LpOutcome solve_quadratic(nlra_problem& problem, Monitor& monitor) {
     const Model& model = problem.model;
     const bool plain = is_plain(model);
-    LpOutcome outcome = solve_convex_quadratic(plain ? model : relaxed_copy(model),
-                                               problem.controls, monitor, nullptr);
+    const auto solve = [&](const Model& continuous) {
+        return continuous.formulas.empty()
+                   ? solve_convex_quadratic(continuous, problem.controls, monitor, nullptr)
+                   : solve_convex_relaxation(continuous, problem.controls, monitor);
+    };
+    LpOutcome outcome = solve(plain ? model : relaxed_copy(model));
     outcome.barrier_iterations += outcome.iterations;
     outcome.iterations = 0;
     return outcome;
@@ -94,7 +104,7 @@ LpOutcome solve_quadratic(nlra_problem& problem, Monitor& monitor) {
 // Solve the relaxation and store what comes out.
 void solve_continuous(nlra_problem& problem, Monitor& monitor, const char* flags) {
     LpOutcome outcome =
-        problem.model.is_quadratic()
+        problem.model.is_quadratic() || !problem.model.formulas.empty()
             ? solve_quadratic(problem, monitor)
             : linear_solver(problem).solve_relaxation(
                   problem.model, problem.controls, wanted_method(problem.controls, flags), monitor);
@@ -296,8 +306,9 @@ void optimize_lp(nlra_problem& problem, const char* flags) {
     problem.info = fresh;
     problem.lp_solution.clear();
     log_header(problem, monitor);
-    if (problem.model.is_quadratic()) require_convex(problem, monitor, false);
-    solve_continuous(problem, monitor, flags);
+    const std::unique_ptr<StandIn> stand_in = require_convex(problem, monitor, false);
+    solve_continuous(stand_in ? stand_in->problem : problem, monitor, flags);
+    if (stand_in) stand_in->hand_back(problem, monitor);
     settle_unused_columns(problem.model, problem.lp_solution);
     log_lp_result(problem, monitor);
 }
@@ -310,25 +321,28 @@ void optimize_mip(nlra_problem& problem, const char* flags) {
     problem.mip_solution.clear();
     log_header(problem, monitor);
     const Model& model = problem.model;
-    if (model.is_quadratic()) require_convex(problem, monitor, true);
-    if (std::strchr(flags, 'l') != nullptr) {
-        solve_continuous(problem, monitor, flags);
-        settle_unused_columns(model, problem.lp_solution);
+    const std::unique_ptr<StandIn> stand_in = require_convex(problem, monitor, true);
+    nlra_problem& solved = stand_in ? stand_in->problem : problem;
+    const bool is_relaxation = std::strchr(flags, 'l') != nullptr;
+    if (is_relaxation) {
+        solve_continuous(solved, monitor, flags);
+    } else if (model.is_quadratic()) {
+        solve_quadratic_mip(solved, monitor, flags);
+    } else if (!model.is_mip()) {
+        solve_continuous_as_mip(solved, monitor, flags);
+    } else {
+        solve_linear_mip(solved, monitor);
+    }
+    if (stand_in) stand_in->hand_back(problem, monitor);
+    settle_unused_columns(model, problem.lp_solution);
+    if (is_relaxation) {
         problem.info.mip_status = problem.info.lp_status == NLRA_LP_OPTIMAL
                                       ? NLRA_MIP_LP_OPTIMAL
                                       : NLRA_MIP_LP_NOT_OPTIMAL;
         log_lp_result(problem, monitor);
         return;
     }
-    if (model.is_quadratic()) {
-        solve_quadratic_mip(problem, monitor, flags);
-    } else if (!model.is_mip()) {
-        solve_continuous_as_mip(problem, monitor, flags);
-    } else {
-        solve_linear_mip(problem, monitor);
-    }
     problem.mip_starts.clear();
-    settle_unused_columns(model, problem.lp_solution);
     settle_unused_columns(model, problem.mip_solution);
     log_mip_result(problem, monitor);
 }

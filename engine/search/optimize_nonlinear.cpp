@@ -19,6 +19,7 @@
 #include "search/monitor.hpp"
 #include "search/nonsmooth_solve.hpp"
 #include "search/report.hpp"
+#include "search/restated_solve.hpp"
 #include "search/unused_columns.hpp"
 #include "store/error.hpp"
 
@@ -134,6 +135,7 @@ bool solve_discrete(nslp_problem& problem, const std::optional<Model>& smooth, M
 // The first method that takes the model.
 void solve(nslp_problem& problem, Monitor& monitor) {
     const Model& model = problem.base->model;
+    if (solve_restated(problem, is_continuous(model), monitor)) return;
     const std::string obstacle = solve_nonsmooth(problem, monitor);
     if (obstacle.empty()) return;
     const bool has_kinks = function_kinds(model.formulas).nonsmooth;

@@ -1,0 +1,45 @@
+// A model that hides its convexity, said in a way that shows it: equalities that define columns as
+// inequalities, cones as functions that are convex.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "nonlinear/cones.hpp"
+#include "nonlinear/definitions.hpp"
+#include "search/solution.hpp"
+#include "store/model.hpp"
+
+namespace nlra {
+
+class Restatement {
+  public:
+    // Null where nothing can be restated, or the poll says to stop. The model must outlive it.
+    static std::unique_ptr<Restatement> make(const Model& model, const StopPoll& poll);
+
+    // Columns and rows are the original's, in their places. Every point of the original model is
+    // one of this, and no worse.
+    const Model& model() const { return model_; }
+    // Whether each point of the new model has one of the original that is no worse. Otherwise that
+    // is known only of points that close() has been told.
+    bool is_equivalent(const StopPoll& poll) const;
+    // Makes a point of the new model one of the original, which may get better by that. False where
+    // it misses the rows by more than the tolerance, relative to their terms, or is worse.
+    bool close(Solution& solution, double tolerance) const;
+
+  private:
+    explicit Restatement(const Model& model);
+    bool restate(const ColumnBounds& bounds, const StopPoll& poll);
+    bool meets_rows(const Solution& solution, double tolerance) const;
+
+    const Model& original_;
+    const ModelRoots roots_;
+    Model model_;
+    std::vector<Definition> definitions_;
+    std::vector<Cone> cones_;
+};
+
+// Whether the model is proven to be convex with bounds that its rows imply. `bounds` gets these.
+bool is_convex_within_rows(const Model& model, ColumnBounds& bounds, const StopPoll& poll);
+
+}  // namespace nlra
