@@ -173,6 +173,12 @@ AffineForm ConeForms::from_bounds() const {
         if (std::isfinite(range.low)) forms.push_back({{col, 1.0}, {kOneColumn, -range.low}});
         if (std::isfinite(range.high)) forms.push_back({{col, -1.0}, {kOneColumn, range.high}});
     }
+    // Those that are not negative without their constant either.
+    for (size_t k = 0, count = forms.size(); k < count; ++k) {
+        if (!(forms[k].back().value < 0.0)) continue;
+        forms.push_back(forms[k]);
+        forms.back().pop_back();
+    }
     for (const double side : {1.0, -1.0}) {
         AffineForm sum;
         for (const AffineForm& form : forms) {

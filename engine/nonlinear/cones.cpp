@@ -23,13 +23,14 @@ struct Apart {
 
 class ConeRows {
   public:
-    ConeRows(Model& model, const ModelRoots& roots, const ColumnBounds& bounds,
+    ConeRows(Model& model, const ModelRoots& roots, const ColumnBounds& bounds, double radius,
              const StopPoll& poll)
         : model_(model),
           roots_(roots),
           bounds_(bounds),
+          radius_(radius),
           poll_(poll),
-          analysis_(roots.graph(), bounds.lower.data(), bounds.upper.data()) {}
+          analysis_(roots.graph(), model.lower.data(), model.upper.data()) {}
 
     std::vector<Cone> run();
 
@@ -42,14 +43,14 @@ class ConeRows {
     void write(const Cone& cone, const Apart& apart, const std::vector<Square>& squares);
 
     Interval range_of(int col) const {
-        RootParts parts;
-        parts.linear.push_back({col, 1.0});
-        return analysis_.range(parts);
+        const double low = bounds_.lower[col], high = bounds_.upper[col];
+        return {low <= -kInfinity ? -HUGE_VAL : low, high >= kInfinity ? HUGE_VAL : high};
     }
 
     Model& model_;
     const ModelRoots& roots_;
     const ColumnBounds& bounds_;
+    const double radius_;
     const StopPoll& poll_;
     const CurvatureAnalysis analysis_;
     std::vector<std::vector<int>> linear_rows_;  // short ones, by column; made when first needed
@@ -63,8 +64,8 @@ std::vector<QuadTerm> ConeRows::turned(int row, double factor) const {
     std::vector<QuadTerm> q{{kOneColumn, kOneColumn, factor * (parts.constant - side)}};
     const auto add = [&](int col1, int col2, double value) {
         for (int* const col : {&col1, &col2}) {
-            if (*col == kOneColumn || bounds_.lower[*col] != bounds_.upper[*col]) continue;
-            value *= bounds_.lower[*col];
+            if (*col == kOneColumn || model_.lower[*col] != model_.upper[*col]) continue;
+            value *= model_.lower[*col];
             *col = kOneColumn;
         }
         q.push_back({std::min(col1, col2), std::max(col1, col2), factor * value});
@@ -105,6 +106,7 @@ Apart ConeRows::take_apart(std::vector<QuadTerm>& q) const {
     }
     Apart apart;
     double constant = !q.empty() && q.back().col1 == kOneColumn ? q.back().value : 0.0;
+    double size = std::fabs(constant);
     std::vector<QuadTerm> core;
     for (auto& [col, group] : groups) {
         std::vector<QuadTerm> squares = group.terms;
@@ -117,10 +119,14 @@ Apart ConeRows::take_apart(std::vector<QuadTerm>& q) const {
             const double a = squares[0].value, shift = group.linear / (2.0 * a);
             apart.squares.push_back({a, {{squares[0].col1, 1.0}, {kOneColumn, shift}}});
             constant -= a * shift * shift;
+            size += a * shift * shift;
         } else {
             apart.terms.insert(apart.terms.end(), squares.begin(), squares.end());
         }
     }
+    // What completed squares leave of a constant that was theirs.
+    constexpr double kRounding = 1e-13;
+    if (std::fabs(constant) <= kRounding * size) constant = 0.0;
     core.push_back({kOneColumn, kOneColumn, constant});
     merge_equal(core, term_before);
     q = std::move(core);
@@ -157,15 +163,16 @@ std::vector<AffineForm> ConeRows::positive_forms(const std::vector<QuadTerm>& q)
                     return std::binary_search(columns.begin(), columns.end(), term.col);
                 });
             if (!is_within || forms.size() >= kMaxForms) continue;
-            const double low = model_.row_lower(row), high = model_.row_upper(row);
-            const auto add = [&](double factor, double side) {
+            const auto add = [&](double factor, double constant) {
                 AffineForm form = parts.linear;
-                form.push_back({kOneColumn, parts.constant - side});
                 for (LinearTerm& term : form) term.value *= factor;
+                form.push_back({kOneColumn, constant});
                 forms.push_back(std::move(form));
             };
-            if (low > -kInfinity) add(1.0, low);
-            if (high < kInfinity) add(-1.0, high);
+            const double low = model_.row_lower(row) - parts.constant;
+            const double high = model_.row_upper(row) - parts.constant;
+            if (model_.row_lower(row) > -kInfinity) add(1.0, -low);
+            if (model_.row_upper(row) < kInfinity) add(-1.0, high);
         }
     }
     return forms;
@@ -180,7 +187,7 @@ bool ConeRows::is_convex(int row) const {
 void ConeRows::write(const Cone& cone, const Apart& apart, const std::vector<Square>& squares) {
     Graph graph;
     const double weight = cone.scale * cone.scale;
-    double constant = 0.0;
+    double constant = radius_ * radius_;
     std::vector<Entry> sum;
     const auto add = [&](double factor, const Scaled& term) {
         if (term.is_constant()) {
@@ -215,7 +222,7 @@ void ConeRows::write(const Cone& cone, const Apart& apart, const std::vector<Squ
     for (const LinearTerm& term : cone.form) model_.set_coef(row, term.col, -term.value);
     model_.rowtype[row] = 'L';
     model_.range[row] = 0.0;
-    model_.rhs[row] = cone.constant;
+    model_.rhs[row] = cone.constant + radius_;
     model_.qrows.erase(row);
     model_.formulas.rows[row] = {write_formula(graph, parts)};
 }
@@ -267,21 +274,26 @@ std::vector<Cone> ConeRows::run() {
 }  // namespace
 
 std::vector<Cone> replace_cones(Model& model, const ModelRoots& roots, const ColumnBounds& bounds,
-                                const StopPoll& poll) {
+                                double radius, const StopPoll& poll) {
     try {
-        return ConeRows(model, roots, bounds, poll).run();
+        return ConeRows(model, roots, bounds, radius, poll).run();
     } catch (const FactorizationStopped&) {
         return {};
     }
+}
+
+double value_of_form(const Cone& cone, const std::vector<double>& x) {
+    double value = cone.constant;
+    for (const LinearTerm& term : cone.form) value += term.value * x[term.col];
+    return value;
 }
 
 // Moving the row's side by 1 moves that of the row in its place by scale / (2 sqrt(q + 2 l^2)), and
 // where the row holds with equality the root is sqrt(2) l. At the apex there is no multiplier.
 double dual_of_cone(const Cone& cone, double dual, const std::vector<double>& x) {
     constexpr double kApex = 1e-8;
-    double form = cone.constant;
-    for (const LinearTerm& term : cone.form) form += term.value * x[term.col];
-    return cone.factor * dual * cone.scale * cone.scale / (2.0 * std::max(form, kApex));
+    return cone.factor * dual * cone.scale * cone.scale /
+           (2.0 * std::max(value_of_form(cone, x), kApex));
 }
 
 }  // namespace nlra

@@ -20,9 +20,13 @@ struct Cone {
 };
 
 // Replaces such rows of `model`, of which the roots are, by their convex form. Every point of the
-// model is within `bounds`. Rows that are convex as they are stay.
+// model is within `bounds`. Rows that are convex as they are stay. With a radius the apex, where
+// the root has no derivative, is rounded: points that miss the row by up to that much pass as well.
 std::vector<Cone> replace_cones(Model& model, const ModelRoots& roots, const ColumnBounds& bounds,
-                                const StopPoll& poll);
+                                double radius, const StopPoll& poll);
+
+// sqrt(2) l at x, as the new row has it.
+double value_of_form(const Cone& cone, const std::vector<double>& x);
 
 // The dual value of the cone's row from that of the row in its place, at x.
 double dual_of_cone(const Cone& cone, double dual, const std::vector<double>& x);

@@ -21,11 +21,12 @@ RootParts others_of(const RootParts& row, int col) {
 
 class Relaxing {
   public:
-    Relaxing(Model& model, const ModelRoots& roots, const ColumnBounds& bounds,
+    Relaxing(Model& model, const ModelRoots& roots, const ColumnBounds& bounds, bool strict,
              const StopPoll& poll)
         : model_(model),
           roots_(roots),
           bounds_(bounds),
+          strict_(strict),
           poll_(poll),
           analysis_(roots.graph(), bounds.lower.data(), bounds.upper.data()),
           directions_(roots.graph(), analysis_, analysis_),
@@ -80,6 +81,7 @@ class Relaxing {
     Model& model_;
     const ModelRoots& roots_;
     const ColumnBounds& bounds_;
+    const bool strict_;
     const StopPoll& poll_;
     const CurvatureAnalysis analysis_;
     Directions directions_;
@@ -198,7 +200,7 @@ char Relaxing::relaxed_type(const Definition& definition, const Interval& values
     constexpr double kRounding = 1e-12;
     const Uses& uses = uses_[definition.col];
     double low = bounds_.lower[definition.col], high = bounds_.upper[definition.col];
-    const bool has_low = low > -kInfinity, has_high = high < kInfinity;
+    const bool has_low = strict_ && low > -kInfinity, has_high = strict_ && high < kInfinity;
     if (definition.squared) {
         low *= low;
         high *= high;
@@ -252,9 +254,10 @@ void Relaxing::restore_linear_rows() {
 }  // namespace
 
 std::vector<Definition> relax_definitions(Model& model, const ModelRoots& roots,
-                                          const ColumnBounds& bounds, const StopPoll& poll) {
+                                          const ColumnBounds& bounds, bool strict,
+                                          const StopPoll& poll) {
     try {
-        return Relaxing(model, roots, bounds, poll).run();
+        return Relaxing(model, roots, bounds, strict, poll).run();
     } catch (const FactorizationStopped&) {
         return {};
     }

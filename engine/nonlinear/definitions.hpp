@@ -20,10 +20,13 @@ struct Definition {
 // Changes the type of rows of `model`, of which the roots are, from equalities to inequalities, as
 // far as these are convex; a row whose column is used nowhere else may lose both sides. Linear rows
 // change only where that lets a nonlinear one change. Every point of the model is within `bounds`.
+// Unless `strict`, a column's bounds count as met where its equality puts it: whether they are, the
+// point tells.
 //
 // A definition's other columns are defined by none before it.
 std::vector<Definition> relax_definitions(Model& model, const ModelRoots& roots,
-                                          const ColumnBounds& bounds, const StopPoll& poll);
+                                          const ColumnBounds& bounds, bool strict,
+                                          const StopPoll& poll);
 
 // Moves the defined columns of x to where the rows' equalities hold. False where a row is not
 // defined.

@@ -19,6 +19,9 @@ double closing_tolerance(const Params& controls) {
     return std::max(10.0 * controls.get_double(kFeasTol), 1e-6);
 }
 
+// Smaller ones leave the interior point method too steep a turn.
+constexpr double kApexRadius = 1e-7;
+
 StopPoll poll_of(Monitor& monitor) {
     return [&monitor] { return monitor.should_stop(); };
 }
@@ -29,6 +32,39 @@ void cut(const Model& model, Solution& solution) {
     if (!solution.has_duals) return;
     solution.dj.resize(static_cast<size_t>(model.cols()));
     solution.dual.resize(static_cast<size_t>(model.rows()));
+}
+
+// Away from the apex of all cones nothing has to be rounded there: the solution of the restated
+// model as it is, from the rounded one's. Returns the iterations that it took.
+long sharpen(const Model& original, const Restatement& restatement, const Params& controls,
+             const Params& interior, Monitor& monitor, Solution& solution) {
+    if (!restatement.is_off_apex(solution)) return 0;
+    const std::unique_ptr<Restatement> exact = Restatement::make(original, 0.0, poll_of(monitor));
+    if (!exact) return 0;
+    Model model = exact->model();
+    model.formulas.last = {solution.x, solution.dj, solution.dual};
+    const DetailLog detail(monitor);
+    NlpOutcome outcome =
+        solve_nlp_locally(model, controls, nlp_options(interior, controls), monitor);
+    if (outcome.status == NSLP_GLOBALLY_OPTIMAL || outcome.status == NSLP_LOCALLY_OPTIMAL) {
+        solution = std::move(outcome.solution);
+    }
+    return outcome.iterations;
+}
+
+// Columns that nobody gave a starting value begin within the bounds that rows imply, and not where
+// zero would be moved to their edge: there a function need not be defined.
+void start_within(Model& model, const ColumnBounds& bounds) {
+    if (!model.formulas.last.empty()) return;
+    for (int j = 0; j < model.cols(); ++j) {
+        const double low = bounds.lower[j], high = bounds.upper[j];
+        const bool is_cut_off =
+            (low >= 0.0 && low > model.lower[j]) || (high <= 0.0 && high < model.upper[j]);
+        if (!is_cut_off) continue;
+        const double room = std::min(high - low, 2.0);
+        const double inside = low >= 0.0 ? low + 0.5 * room : high - 0.5 * room;
+        model.formulas.start.emplace(j, std::clamp(inside, model.lower[j], model.upper[j]));
+    }
 }
 
 class RestatedSolve {
@@ -68,6 +104,10 @@ void RestatedSolve::solve_continuous(const Model& form) {
         solve_nlp_locally(form, controls, nlp_options(problem_.interior, controls), monitor_);
     if (outcome.status == NSLP_LOCALLY_OPTIMAL) outcome.status = NSLP_GLOBALLY_OPTIMAL;
     if (outcome.status == NSLP_LOCALLY_INFEASIBLE) outcome.status = NSLP_INFEASIBLE;
+    if (outcome.status == NSLP_GLOBALLY_OPTIMAL && form.cols() == base_.model.cols()) {
+        outcome.iterations += sharpen(base_.model, restatement_, controls, problem_.interior,
+                                      monitor_, outcome.solution);
+    }
     last_ = end_of(outcome);
     inner_.result.status = outcome.status;
     inner_.result.stop = outcome.stop;
@@ -87,6 +127,7 @@ bool RestatedSolve::solve_smooth(bool continuous) {
     if (!is_convex_within_rows(form, bounds, poll_of(monitor_))) return false;
     monitor_.log(1, "Restated as a convex problem");
     if (continuous) {
+        start_within(form, bounds);
         solve_continuous(form);
         return true;
     }
@@ -140,13 +181,13 @@ bool RestatedSolve::run(bool continuous) {
 
 bool solve_restated(nslp_problem& problem, bool continuous, Monitor& monitor) {
     const std::unique_ptr<Restatement> restatement =
-        Restatement::make(problem.base->model, poll_of(monitor));
+        Restatement::make(problem.base->model, kApexRadius, poll_of(monitor));
     return restatement && RestatedSolve(problem, *restatement, monitor).run(continuous);
 }
 
 std::unique_ptr<StandIn> convex_stand_in(const nlra_problem& problem, Monitor& monitor) {
     auto out = std::make_unique<StandIn>();
-    out->restatement = Restatement::make(problem.model, poll_of(monitor));
+    out->restatement = Restatement::make(problem.model, kApexRadius, poll_of(monitor));
     if (!out->restatement) return nullptr;
     const Model& model = out->restatement->model();
     ColumnBounds bounds;
@@ -174,6 +215,16 @@ void StandIn::hand_back(nlra_problem& original, Monitor& monitor) {
         to.clear();
         return false;
     };
+    // Where there is no optimum the point is none of interest.
+    if (info.lp_status == NLRA_LP_INFEAS || info.lp_status == NLRA_LP_UNBOUNDED) {
+        problem.lp_solution.clear();
+    }
+    if (info.lp_status == NLRA_LP_OPTIMAL && !original.model.is_mip()) {
+        const Params interior(interior_control_table());
+        info.barrier_iterations += sharpen(original.model, *restatement, original.controls,
+                                           interior, monitor, problem.lp_solution);
+        if (info.mip_status == NLRA_MIP_OPTIMAL) problem.mip_solution = problem.lp_solution;
+    }
     const bool is_unbounded =
         info.lp_status == NLRA_LP_UNBOUNDED || info.mip_status == NLRA_MIP_UNBOUNDED;
     const bool holds = !is_unbounded || restatement->is_equivalent(poll_of(monitor));

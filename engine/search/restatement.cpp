@@ -39,26 +39,36 @@ ColumnBounds own_bounds(const Model& model) {
 
 Restatement::Restatement(const Model& model) : original_(model), roots_(model), model_(model) {}
 
-bool Restatement::restate(const ColumnBounds& bounds, const StopPoll& poll) {
-    definitions_ = relax_definitions(model_, roots_, bounds, poll);
-    cones_ = replace_cones(model_, roots_, bounds, poll);
+bool Restatement::restate(const ColumnBounds& bounds, bool strict, double radius,
+                          const StopPoll& poll) {
+    definitions_ = relax_definitions(model_, roots_, bounds, strict, poll);
+    cones_ = replace_cones(model_, roots_, bounds, radius, poll);
     model_.matrix.merge();
     model_.touch_structure();
     return !definitions_.empty() || !cones_.empty();
 }
 
-std::unique_ptr<Restatement> Restatement::make(const Model& model, const StopPoll& poll) {
+std::unique_ptr<Restatement> Restatement::make(const Model& model, double radius,
+                                               const StopPoll& poll) {
     if (!has_candidates(model)) return nullptr;
     std::unique_ptr<Restatement> out(new Restatement(model));
-    if (!out->restate(bounds_by_rows(model, out->roots_), poll)) return nullptr;
+    const ColumnBounds bounds = bounds_by_rows(model, out->roots_);
+    if (!out->restate(bounds, false, radius, poll)) return nullptr;
     return out;
 }
 
 // Bounds that rows imply may be why a definition or a cone is one, but do not stand in the model.
 bool Restatement::is_equivalent(const StopPoll& poll) const {
     Restatement other(original_);
-    other.restate(own_bounds(original_), poll);
+    other.restate(own_bounds(original_), true, 0.0, poll);
     return other.model_.rowtype == model_.rowtype && other.cones_.size() == cones_.size();
+}
+
+bool Restatement::is_off_apex(const Solution& solution) const {
+    constexpr double kFar = 1e-3;
+    return !cones_.empty() && std::all_of(cones_.begin(), cones_.end(), [&](const Cone& cone) {
+        return value_of_form(cone, solution.x) > kFar;
+    });
 }
 
 bool Restatement::meets_rows(const Solution& solution, double tolerance) const {

@@ -15,7 +15,9 @@ namespace nlra {
 class Restatement {
   public:
     // Null where nothing can be restated, or the poll says to stop. The model must outlive it.
-    static std::unique_ptr<Restatement> make(const Model& model, const StopPoll& poll);
+    // `radius`: by how much the apex of cones is rounded.
+    static std::unique_ptr<Restatement> make(const Model& model, double radius,
+                                             const StopPoll& poll);
 
     // Columns and rows are the original's, in their places. Every point of the original model is
     // one of this, and no worse.
@@ -23,13 +25,15 @@ class Restatement {
     // Whether each point of the new model has one of the original that is no worse. Otherwise that
     // is known only of points that close() has been told.
     bool is_equivalent(const StopPoll& poll) const;
+    // Whether there are cones, and the solution is far from the apex of each.
+    bool is_off_apex(const Solution& solution) const;
     // Makes a point of the new model one of the original, which may get better by that. False where
     // it misses the rows by more than the tolerance, relative to their terms, or is worse.
     bool close(Solution& solution, double tolerance) const;
 
   private:
     explicit Restatement(const Model& model);
-    bool restate(const ColumnBounds& bounds, const StopPoll& poll);
+    bool restate(const ColumnBounds& bounds, bool strict, double radius, const StopPoll& poll);
     bool meets_rows(const Solution& solution, double tolerance) const;
 
     const Model& original_;

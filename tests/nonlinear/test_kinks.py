@@ -130,9 +130,9 @@ def test_chebyshev_fit_of_an_exponential():
 def test_where_no_position_is_convex_the_optimum_is_local(capfd):
     x, y = free(), free()
     p = nalora.problem(x, y, y == nalora.abs(x) + 0 * y)
-    p.setObjective((x - 1) ** 2 + nalora.exp(y))
+    p.setObjective((x - 1) ** 2 + nalora.exp(y) - y / 2)
     nalora.setOutputEnabled(True)
-    best = lowest(lambda t: (t - 1) ** 2 + math.exp(abs(t)), 0, 1)
+    best = lowest(lambda t: (t - 1) ** 2 + math.exp(abs(t)) - abs(t) / 2, 0, 1)
     assert optimum(p, LOCAL) == pytest.approx(best, abs=1e-6)
     assert "subgradients are used" in capfd.readouterr().out
 
