@@ -1,10 +1,27 @@
 // Nonlinear solves and their results.
-#include <algorithm>
 #include <cstring>
 
 #include "api/boundary.hpp"
+#include "api/solution_out.hpp"
 #include "search/optimize_nonlinear.hpp"
 #include "search/solving.hpp"
+
+namespace nlra {
+namespace {
+
+const Solution& solution_of(const nslp_problem& problem, bool with_duals) {
+    const Solution& solution = problem.result.solution;
+    if (!solution.present) {
+        fail(NLRA_ERROR_STATE, "no solution of a nonlinear solve is available");
+    }
+    if (with_duals && !solution.has_duals) {
+        fail(NLRA_ERROR_STATE, "the last nonlinear solve has left no dual values");
+    }
+    return solution;
+}
+
+}  // namespace
+}  // namespace nlra
 
 using namespace nlra;
 
@@ -23,19 +40,15 @@ int NSLPnlpoptimize(NSLPprob prob, const char* flags) {
 
 int NSLPgetslpsol(NSLPprob prob, double* x, double* slack, double* dual, double* dj) {
     return call(prob, __func__, Access::kShare, [&](nslp_problem& problem) {
-        const Solution& solution = problem.result.solution;
-        if (!solution.present) {
-            fail(NLRA_ERROR_STATE, "no solution of a nonlinear solve is available");
-        }
-        if ((dual != nullptr || dj != nullptr) && !solution.has_duals) {
-            fail(NLRA_ERROR_STATE, "the last nonlinear solve has left no dual values");
-        }
-        const auto copy_out = [](const std::vector<double>& values, double* out) {
-            if (out != nullptr) std::copy(values.begin(), values.end(), out);
-        };
-        copy_out(solution.x, x);
-        copy_out(solution.slack, slack);
-        copy_out(solution.dual, dual);
-        copy_out(solution.dj, dj);
+        const bool with_duals = dual != nullptr || dj != nullptr;
+        copy_solution(solution_of(problem, with_duals), x, slack, dual, dj);
+    });
+}
+
+int NSLPgetslpsolval(NSLPprob prob, int col, int row, double* x, double* slack, double* dual,
+                     double* dj) {
+    return call(prob, __func__, Access::kShare, [&](nslp_problem& problem) {
+        const bool with_duals = dual != nullptr || dj != nullptr;
+        copy_one(solution_of(problem, with_duals), col, row, x, slack, dual, dj);
     });
 }

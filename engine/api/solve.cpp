@@ -6,6 +6,7 @@
 
 #include "api/boundary.hpp"
 #include "api/checks.hpp"
+#include "api/solution_out.hpp"
 #include "search/optimize.hpp"
 #include "search/solving.hpp"
 
@@ -31,8 +32,20 @@ int optimize(NLRAprob prob, const char* function, const char* flags, const char*
     });
 }
 
-void copy_out(const std::vector<double>& values, double* out) {
-    if (out != nullptr) std::copy(values.begin(), values.end(), out);
+const Solution& lp_solution(const nlra_problem& problem, bool with_duals) {
+    const Solution& solution = problem.lp_solution;
+    if (!solution.present) fail(NLRA_ERROR_STATE, "no solution of a linear solve is available");
+    if (with_duals && !solution.has_duals) {
+        fail(NLRA_ERROR_STATE, "the last linear solve has left no dual values");
+    }
+    return solution;
+}
+
+const Solution& mip_solution(const nlra_problem& problem) {
+    if (!problem.mip_solution.present) {
+        fail(NLRA_ERROR_STATE, "no solution of a mixed integer solve is available");
+    }
+    return problem.mip_solution;
 }
 
 }  // namespace
@@ -71,26 +84,28 @@ int NLRAinterrupt(NLRAprob prob, int reason) {
 
 int NLRAgetlpsol(NLRAprob prob, double* x, double* slack, double* dual, double* dj) {
     return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
-        const Solution& solution = problem.lp_solution;
-        if (!solution.present) fail(NLRA_ERROR_STATE, "no solution of a linear solve is available");
-        if ((dual != nullptr || dj != nullptr) && !solution.has_duals) {
-            fail(NLRA_ERROR_STATE, "the last linear solve has left no dual values");
-        }
-        copy_out(solution.x, x);
-        copy_out(solution.slack, slack);
-        copy_out(solution.dual, dual);
-        copy_out(solution.dj, dj);
+        const bool with_duals = dual != nullptr || dj != nullptr;
+        copy_solution(lp_solution(problem, with_duals), x, slack, dual, dj);
+    });
+}
+
+int NLRAgetlpsolval(NLRAprob prob, int col, int row, double* x, double* slack, double* dual,
+                    double* dj) {
+    return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
+        const bool with_duals = dual != nullptr || dj != nullptr;
+        copy_one(lp_solution(problem, with_duals), col, row, x, slack, dual, dj);
     });
 }
 
 int NLRAgetmipsol(NLRAprob prob, double* x, double* slack) {
     return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
-        const Solution& solution = problem.mip_solution;
-        if (!solution.present) {
-            fail(NLRA_ERROR_STATE, "no solution of a mixed integer solve is available");
-        }
-        copy_out(solution.x, x);
-        copy_out(solution.slack, slack);
+        copy_solution(mip_solution(problem), x, slack, nullptr, nullptr);
+    });
+}
+
+int NLRAgetmipsolval(NLRAprob prob, int col, int row, double* x, double* slack) {
+    return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
+        copy_one(mip_solution(problem), col, row, x, slack, nullptr, nullptr);
     });
 }
 

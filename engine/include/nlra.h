@@ -317,8 +317,13 @@ NLRA_API int NLRAinterrupt(NLRAprob prob, int reason);
 /* Value, slack (rhs - row value), dual value (derivative of the objective by the right-hand
  * side), reduced cost of the last linear solve. Without one, an error. */
 NLRA_API int NLRAgetlpsol(NLRAprob prob, double* x, double* slack, double* dual, double* dj);
+/* The same for one column and one row, in constant time. An index that no wanted value (pointer not
+ * null) belongs to is not looked at. */
+NLRA_API int NLRAgetlpsolval(NLRAprob prob, int col, int row, double* x, double* slack,
+                             double* dual, double* dj);
 /* Incumbent of the mixed integer solve. */
 NLRA_API int NLRAgetmipsol(NLRAprob prob, double* x, double* slack);
+NLRA_API int NLRAgetmipsolval(NLRAprob prob, int col, int row, double* x, double* slack);
 /* Give a starting solution for the next mixed integer solve: `n` values for the columns colind,
  * or, with null colind, for all columns in order (n = their number). Missing columns are
  * completed by the solver. `name` may be null. */

@@ -183,6 +183,9 @@ NLRA_API int NSLPwriteprob(NSLPprob prob, const char* filename, const char* flag
 NLRA_API int NSLPnlpoptimize(NSLPprob prob, const char* flags);
 /* As NLRAgetlpsol, of the last nonlinear solve. */
 NLRA_API int NSLPgetslpsol(NSLPprob prob, double* x, double* slack, double* dual, double* dj);
+/* The same for one column and one row, as NLRAgetlpsolval. */
+NLRA_API int NSLPgetslpsolval(NSLPprob prob, int col, int row, double* x, double* slack,
+                              double* dual, double* dj);
 
 #ifdef __cplusplus
 }

@@ -110,6 +110,14 @@ void HighsSession::apply(const HighsSettings& wanted) {
     settings_known_ = true;
 }
 
+void HighsSession::clear() {
+    if (highs.clearModel() == HighsStatus::kError) {
+        fail(NLRA_ERROR_SOLVER, "the solver does not let go of its model");
+    }
+    progress_ = MipProgress();
+    shared_progress_ = MipProgress();
+}
+
 RunEnd HighsSession::run(const HighsSettings& settings, bool on_worker, Monitor& monitor) {
     apply(settings);
     stop_ = false;

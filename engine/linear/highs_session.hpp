@@ -6,6 +6,7 @@
 // that ignores a stop to its worker, which frees it when it is done.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -73,6 +74,12 @@ class HighsSession : public std::enable_shared_from_this<HighsSession> {
     HighsStatus status() const { return status_; }
     // Valid after run(), whatever its end.
     const MipProgress& progress() const { return progress_; }
+    // Forget the model and all that came of it. Settings stay, as every run says what it wants.
+    void clear();
+    // The instance is about to get a model of this size, in rows, columns and coefficients.
+    void note_size(int64_t entries) { most_entries_ = std::max(most_entries_, entries); }
+    int64_t most_entries() const { return most_entries_; }
+
     // Set when the iteration limit stopped a mixed integer run.
     bool iteration_limit_hit() const { return iteration_limit_hit_; }
 
@@ -98,6 +105,7 @@ class HighsSession : public std::enable_shared_from_this<HighsSession> {
     bool stop_requested();
 
     HighsSettings settings_;
+    int64_t most_entries_ = 0;
     bool settings_known_ = false;
     Monitor* direct_ = nullptr;  // monitor of a run on the calling thread
     std::atomic<bool> stop_{false};

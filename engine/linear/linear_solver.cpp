@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "linear/relaxation.hpp"
+#include "linear/session_pool.hpp"
 #include "linear/solver_impl.hpp"
 #include "linear/worker.hpp"
 #include "nlra.h"
@@ -70,6 +71,13 @@ bool is_doubtful_interior(const Highs& highs, const HighsSettings& settings, boo
 }
 
 }  // namespace
+
+bool is_tiny(const Model& model) {
+    constexpr int kMaxSize = 50;
+    constexpr int64_t kMaxNonzeros = 500;
+    return int64_t{model.rows()} + model.cols() <= kMaxSize &&
+           model.matrix.nonzeros() <= kMaxNonzeros;
+}
 
 double time_left(const Monitor& monitor) {
     const double remaining = monitor.remaining();
@@ -142,6 +150,10 @@ void copy_values(std::vector<double>& to, const std::vector<double>& from) {
     for (size_t i = 0; i < from.size(); ++i) to[i] = from[i] + 0.0;
 }
 
+LinearSolver::Impl::~Impl() {
+    if (session) return_session(std::move(session));
+}
+
 void LinearSolver::Impl::drop() {
     session.reset();
     handover.forget();
@@ -149,9 +161,10 @@ void LinearSolver::Impl::drop() {
 
 Highs& LinearSolver::Impl::open(const Model& model) {
     if (!session) {
-        session = std::make_shared<HighsSession>();
+        session = take_session();
         handover.forget();
     }
+    session->note_size(int64_t{model.rows()} + model.cols() + model.matrix.nonzeros());
     handover.sync(session->highs, model);
     return session->highs;
 }
@@ -171,6 +184,7 @@ LpOutcome LinearSolver::Impl::solve_relaxation(const Model& model, const Params&
     }
     Highs& highs = open(model);
     HighsSettings settings = lp_settings(params, method, monitor);
+    settings.presolve = settings.presolve && !is_tiny(model);
     const bool on_worker = !runs_directly(model);
     const bool interior = method == LpMethod::kInteriorPoint;
     if (interior) {
@@ -265,6 +279,9 @@ MipOutcome LinearSolver::solve_mip(const Model& model, const Params& params,
 
 const char* linear_solver_version() { return highsVersion(); }
 
-void linear_solver_after_fork() { workers_after_fork(); }
+void linear_solver_after_fork() {
+    workers_after_fork();
+    sessions_after_fork();
+}
 
 }  // namespace nlra

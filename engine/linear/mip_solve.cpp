@@ -238,7 +238,7 @@ MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& param
     settings.presolve_rules_off = rules_to_avoid(highs);
     // The jumps of free columns grow without end, until HiGHS sorts values that are no numbers and
     // crashes.
-    settings.feasibility_jump = !has_free_column(model);
+    settings.feasibility_jump = !is_tiny(model) && !has_free_column(model);
     HighsModelStatus status = run_search(model, settings, start, monitor, outcome);
     update_gap(model.sense, outcome);
     if (status == HighsModelStatus::kOptimal && outcome.solution.present &&

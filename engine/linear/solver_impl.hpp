@@ -16,6 +16,11 @@ struct LinearSolver::Impl {
     std::shared_ptr<HighsSession> session;
     Handover handover;
 
+    Impl() = default;
+    ~Impl();
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
     // The instance, with the model in its present state.
     Highs& open(const Model& model);
     void drop();
@@ -42,6 +47,8 @@ inline int clamp_to_int(int64_t value) {
 HighsSettings common_settings(const Params& params, const Monitor& monitor);
 double time_left(const Monitor& monitor);
 
+// Whether preparations (presolve, heuristics of their own size) take longer than the solve proper.
+bool is_tiny(const Model& model);
 bool zero_is_feasible(const Model& model, double tolerance);
 bool may_be_unbounded(const Model& model);
 // Bit mask of presolve rules. HiGHS prints a line to the standard output when it undoes the merging

@@ -59,7 +59,7 @@ const std::vector<Param>& control_table() {
         integer(kThreads, "threads", 0.0, 0.0, 1024.0,
                 "Threads that a solve may use; 0 leaves the number to the optimizer."),
         integer(kPresolve, "presolve", 1.0, 0.0, 1.0,
-                "Reduce the problem before solving it: 0 no, 1 yes."),
+                "Reduce the problem before solving it: 0 no, 1 where that can pay."),
         integer(kSeed, "seed", 0.0, 0.0, kIntMax,
                 "Seed of the random choices; another one gives another path to the solution."),
         integer(kLpMethod, "lpmethod", 0.0, 0.0, 3.0,

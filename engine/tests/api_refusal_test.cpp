@@ -206,6 +206,11 @@ TEST("api: only changes that change something end the results of a solve") {
     double x = 0.0;
     CHECK(NLRAgetlpsol(prob, &x, nullptr, nullptr, nullptr) == 0);
     CHECK_NEAR(x, 2.0, 1e-9);
+    double dual = -1.0;
+    CHECK(NLRAgetlpsolval(prob, 0, -7, &x, nullptr, nullptr, nullptr) == 0 && x == 2.0);
+    CHECK(NLRAgetlpsolval(prob, 2, 0, &x, nullptr, &dual, nullptr) == NLRA_ERROR_ARGUMENT);
+    CHECK(NLRAgetlpsolval(prob, 0, 1, &x, nullptr, &dual, nullptr) == NLRA_ERROR_ARGUMENT);
+    CHECK(NLRAgetmipsolval(prob, 0, 0, &x, nullptr) == NLRA_ERROR_STATE && dual == -1.0);
     const std::vector<std::function<int()>> changes = {
         [&] { return NLRAchgobj(prob, 1, &free_col, &two); },
         [&] { return NLRAchgrhs(prob, 1, &zero, &two); },

@@ -1,7 +1,5 @@
 """Reading solutions by object, index and name."""
 
-import time
-
 import numpy as np
 import pytest
 from conftest import allocated
@@ -121,18 +119,81 @@ def test_mixed_integer_problems_have_no_duals():
         p.getRCost(x)
 
 
-def test_many_values_are_read_in_one_pass():
-    p = nalora.problem([nalora.var(ub=3) for _ in range(100_000)])
+def solved_chain(kind, n):
+    """A problem of a class whose values differ from column to column and row to row."""
+    whole = nalora.integer if kind == "MIP" else nalora.continuous
+    x = [nalora.var(f"x{i}", lb=i % 3, ub=9 + i % 5, vartype=whole) for i in range(n)]
+    rows = [nalora.constraint(x[i] + 2 * x[i + 1] >= 4 + i % 7, name=f"r{i}") for i in range(n - 1)]
+    cost = nalora.Sum((1 + i % 4) * v for i, v in enumerate(x))
+    extra = {"QP": x[0] * x[0] + x[1] * x[1], "NLP": nalora.exp(x[0])}.get(kind, 0)
+    p = nalora.problem(x, rows, cost + extra)
     p.solve()
+    return p, x, rows
 
-    def seconds():
-        start = time.perf_counter()
-        values = p.getSolution()
-        assert len(values) == 100_000
-        return time.perf_counter() - start
 
-    assert min(seconds() for _ in range(7)) < 0.05
+@pytest.mark.parametrize("n", [9, 130])
+@pytest.mark.parametrize("kind", ["LP", "MIP", "QP", "NLP"])
+def test_a_value_read_alone_is_the_one_among_all(kind, n):
+    p, x, rows = solved_chain(kind, n)
+    getters = [(p.getSolution, x), (p.getSlack, rows)]
+    if kind != "MIP":
+        getters += [(p.getDual, rows), (p.getRCost, x)]
+
+    def compare():
+        for getter, objects in getters:
+            values = getter()
+            assert len(set(values)) > 1
+            for i in [0, n - 2, n // 2, *range(5)]:
+                for key in (objects[i], i, objects[i].name):
+                    assert getter(key) == values[i]
+            some = objects[:3]  # few are read one by one, many at once
+            assert getter(some) == values[:3] and getter(objects) == values[: len(objects)]
+        v, last = p.getSolution(), x[-1]
+        assert p.getSolution(2 * x[3] - last) == pytest.approx(2 * v[3] - v[-1])
+        for e in (x[3] * last + last * last, nalora.sin(x[3]) + last, nalora.Sum(x)):
+            assert p.getSolution(e) == nalora.evaluate(e, problem=p, solution=v)
+            assert p.getSolution(e) == nalora.evaluate(e, problem=p)
+
+    compare()
     before = allocated()
-    for _ in range(3):
-        p.getSolution()
-    assert allocated() - before < 100
+    for _ in range(50):
+        assert p.getSolution(x[-1]) == p.getSolution(n - 1) and p.getSolution() and p.getSlack()
+    assert allocated() - before < 50
+    p.chgbounds([x[0]], ["L"], [2])
+    for getter, objects in getters:
+        for key in (objects[0], 0, objects[:2], 2 * x[0]):
+            with pytest.raises(nalora.SolverError):
+                getter(key)
+    p.solve()
+    compare()
+    if kind == "NLP":
+        return  # finding nothing takes it long
+    p.addConstraint(x[0] <= 1)  # its lower bound is 2
+    p.solve()
+    for getter, objects in getters:
+        with pytest.raises(nalora.SolverError):
+            getter(objects[0])
+
+
+def test_code_that_runs_during_a_read_does_not_change_what_is_read():
+    p, x, _ = solved_chain("LP", 130)
+
+    def disturb(value=None):
+        p.chgbounds([x[0]], ["L"], [p.getSolution(x[0]) + 1])
+        p.solve()
+        return value
+
+    def leaves():
+        yield x[0]
+        disturb()
+        yield x[0]
+
+    for read, wanted in [
+        (lambda: p.getSolution(nalora.user(disturb, x[0]) - x[0]), lambda v: 0),
+        (lambda: p.getSolution(leaves(), flatten=True), lambda v: [v, v]),
+        (lambda: p.getSolution([leaves()], flatten=True), lambda v: [v, v]),
+        (lambda: nalora.evaluate(nalora.user(disturb, x[0]) - x[0], problem=p), lambda v: 0),
+    ]:
+        value = p.getSolution(x[0])
+        assert read() == wanted(value)
+        assert p.getSolution(x[0]) == value + 1

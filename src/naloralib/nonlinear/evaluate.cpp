@@ -6,7 +6,7 @@
 #include "model/operands.hpp"
 #include "nonlinear/node.hpp"
 #include "nonlinear/tree_value.hpp"
-#include "problem/problem.hpp"
+#include "problem/solution_values.hpp"
 #include "support/numpy.hpp"
 
 namespace nalora {
@@ -45,8 +45,8 @@ double dictionary_value(PyObject* dictionary, PyObject* var) {
 // again has another one by now.
 double column_value(const EvaluationContext& context, uint64_t serial) {
     const int32_t column = context.problem->variable_index->find(serial);
-    if (column < 0 || column >= context.count) refuse_foreign();
-    return context.values[column];
+    if (column < 0 || column >= context.values->count()) refuse_foreign();
+    return (*context.values)[column];
 }
 
 // A variable under the serial number it has in a term.

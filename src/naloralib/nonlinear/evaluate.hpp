@@ -8,13 +8,13 @@
 namespace nalora {
 
 struct ProblemObject;
+class PointValues;
 
 struct EvaluationContext {
     ProblemObject* problem = nullptr;  // null in dictionary mode without a problem
-    const double* values = nullptr;    // by column
-    int64_t count = 0;
-    PyObject* dictionary = nullptr;  // borrowed; set in dictionary mode
-    bool from_getsolution = false;   // then integers and names stand for columns
+    PointValues* values = nullptr;     // by column; null in dictionary mode
+    PyObject* dictionary = nullptr;    // borrowed; set in dictionary mode
+    bool from_getsolution = false;     // then integers and names stand for columns
 };
 
 inline constexpr int kEvaluationDepth = 64;

@@ -1,8 +1,12 @@
 // nalora.evaluate().
+#include <optional>
+
 #include "mirror/convert.hpp"
 #include "module/parts.hpp"
 #include "module/state.hpp"
 #include "nonlinear/evaluate.hpp"
+#include "problem/solution_values.hpp"
+#include "problem/walker.hpp"
 #include "support/buffer.hpp"
 #include "support/numpy.hpp"
 
@@ -48,29 +52,32 @@ Keywords read_keywords(PyObject* keywords) {
     return result;
 }
 
-// Checks the keywords and fills the context; the array returned holds its values.
-Array prepare(const Keywords& given, EvaluationContext& context) {
+// What the values of a context live in.
+struct Point {
+    Array given;
+    std::optional<PointValues> values;
+};
+
+// Checks the keywords and fills the context.
+void prepare(const Keywords& given, EvaluationContext& context, Point& point) {
     if (given.problem != nullptr) {
         if (!is_problem(given.problem)) {
             raise(interface_error(), "Argument \"problem\" must be an nalora.problem object");
         }
         context.problem = as_problem(given.problem);
         require_initialised(context.problem);
-        context.count = column_count(context.problem);
     } else if (given.solution == nullptr) {
         raise(interface_error(),
               "nalora.evaluate() requires at least of the two arguments \"solution\" and "
               "\"problem\".\nSee the documentation of nalora.evaluate for details.");
     }
     if (given.solution == nullptr) {
-        Array values(static_cast<std::size_t>(context.count) * sizeof(double));
-        primal_values(context.problem, values.data<double>());
-        context.values = values.data<double>();
-        return values;
+        context.values = &point.values.emplace(context.problem, SolutionKind::primal);
+        return;
     }
     if (PyDict_Check(given.solution)) {
         context.dictionary = given.solution;
-        return Array();
+        return;
     }
     if (!PyList_Check(given.solution) && !PyArray_Check(given.solution)) {
         raise(interface_error(),
@@ -82,16 +89,19 @@ Array prepare(const Keywords& given, EvaluationContext& context) {
               "Argument \"problem\" is necessary when passing a list or NumPy array of variable "
               "values");
     }
-    int64_t count = context.count;
-    Array values = conv_obj2arr(context.problem, &count, given.solution, Conv::real);
-    context.values = values.data<double>();
-    return values;
+    int64_t count = int_attribute(context.problem, NLRA_ORIGINALCOLS);
+    point.given = conv_obj2arr(context.problem, &count, given.solution, Conv::real);
+    if (!point.given.exists()) raise(model_error(), "Invalid sequence of values");
+    context.values = &point.values.emplace(point.given.data<double>(), count);
 }
 
 PyObject* evaluate(PyObject*, PyObject* args, PyObject* keywords) noexcept {
     return guarded([&] {
         EvaluationContext context;
-        const Array values = prepare(read_keywords(keywords), context);
+        Point point;
+        prepare(read_keywords(keywords), context, point);
+        const std::span objects(PySequence_Fast_ITEMS(args), PyTuple_GET_SIZE(args));
+        if (context.values != nullptr && !is_plain_structure(objects)) context.values->all();
         if (PyTuple_GET_SIZE(args) == 1) {
             return evaluate_structured(PyTuple_GET_ITEM(args, 0), context, kEvaluationDepth);
         }

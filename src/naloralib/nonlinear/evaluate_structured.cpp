@@ -3,7 +3,7 @@
 #include "nonlinear/evaluate.hpp"
 #include "nonlinear/tree_value.hpp"
 #include "numpy/each_element.hpp"
-#include "problem/problem.hpp"
+#include "problem/solution_values.hpp"
 
 namespace nalora {
 
@@ -11,11 +11,11 @@ namespace {
 
 // The columns of a solution by index, name or object are one thing to getSolution.
 double value_at(const EvaluationContext& context, int64_t column) {
-    if (column < 0 || column >= context.count) {
+    if (column < 0 || column >= context.values->count()) {
         raise(interface_error(),
               "Call to nalora.problem.getSolution() contains an out-of-range index");
     }
-    return context.values[column];
+    return (*context.values)[column];
 }
 
 bool is_integer(PyObject* o) noexcept { return PyLong_Check(o) || PyArray_IsScalar(o, Integer); }
@@ -75,7 +75,7 @@ Ref dictionary_values(PyObject* dictionary, const EvaluationContext& context, in
 double element_value(PyObject* object, const EvaluationContext& context, int depth) {
     if (Py_TYPE(object) == &VarType && context.dictionary == nullptr) {
         const int32_t column = context.problem->variable_index->find(var_serial(as_var(object)));
-        if (column >= 0 && column < context.count) return context.values[column];
+        if (column >= 0 && column < context.values->count()) return (*context.values)[column];
     }
     return single_value(object, context, depth);
 }
@@ -125,6 +125,9 @@ Ref sequence_values(PyObject* object, const EvaluationContext& context, int dept
 // Modeling objects come first: a subclass of theirs may have items of its own.
 Ref evaluate_structured(PyObject* o, const EvaluationContext& context, int depth) {
     require_depth(depth);
+    if (context.from_getsolution && PyUnicode_CheckExact(o)) {
+        return make_float(named_value(context, o));
+    }
     if (kind_of(o) != Kind::invalid) return make_float(single_value(o, context, depth));
     if (PyTuple_Check(o)) return tuple_values(o, context, depth - 1);
     if (PyDict_Check(o)) return dictionary_values(o, context, depth - 1);

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "model/operands.hpp"
+#include "problem/solution_values.hpp"
 
 namespace nalora {
 
@@ -18,6 +19,10 @@ class Arguments {
     uint32_t count() const noexcept { return argument_count(node_); }
     PyObject* object(uint32_t index) const noexcept { return argument(node_, index); }
     double value(uint32_t index) const { return evaluate_object(object(index), context_, depth_); }
+    // The values of the point, whatever the code does that runs from here on.
+    void settle() const {
+        if (context_.values != nullptr) context_.values->all();
+    }
     // Nodes that the bare allocator made may lack arguments.
     void require(uint32_t count) const {
         if (this->count() < count) raise(model_error(), "Unknown nonlinear type");
@@ -151,6 +156,7 @@ double user_value(const Arguments& arguments) {
     for (uint32_t i = 1; i < arguments.count(); ++i) {
         PyTuple_SET_ITEM(values.get(), i - 1, make_float(arguments.value(i)).release());
     }
+    arguments.settle();
     Ref result = take(PyObject_Call(arguments.object(0), values.get(), nullptr));
     if (PyTuple_Check(result.get())) {
         result = Ref::borrow(take(PySequence_GetItem(result.get(), 0)).get());

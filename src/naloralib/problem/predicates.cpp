@@ -17,13 +17,18 @@ int32_t nonlinear_attribute(ProblemObject* p, int id) {
     return value;
 }
 
+bool has_nonlinear_solver(ProblemObject* p) {
+    return p->nonlinear != nullptr && nonlinear_available();
+}
+
+bool has_formulas(ProblemObject* p) {
+    return nonlinear_attribute(p, NSLP_NONLINEARROWS) > 0 ||
+           nonlinear_attribute(p, NSLP_NONLINEAROBJ) > 0;
+}
+
 }  // namespace
 
-bool is_nonlinear(ProblemObject* p) {
-    return p->nonlinear != nullptr && nonlinear_available() &&
-           (nonlinear_attribute(p, NSLP_NONLINEARROWS) > 0 ||
-            nonlinear_attribute(p, NSLP_NONLINEAROBJ) > 0);
-}
+bool is_nonlinear(ProblemObject* p) { return has_nonlinear_solver(p) && has_formulas(p); }
 
 bool is_mixed_integer(ProblemObject* p) {
     for (const int id : {NLRA_MIPENTS, NLRA_SETS, NLRA_ORIGINALGENCONS, NLRA_ORIGINALPWLCONS}) {
@@ -33,8 +38,8 @@ bool is_mixed_integer(ProblemObject* p) {
 }
 
 bool has_nonlinear_solution(ProblemObject* p) {
-    if (p->nonlinear == nullptr || !nonlinear_available()) return false;
-    if (is_nonlinear(p)) return true;
+    if (!has_nonlinear_solver(p)) return false;
+    if (has_formulas(p)) return true;
     const int32_t status = nonlinear_attribute(p, NSLP_STATUS);
     return status >= 1 && status <= 6;
 }

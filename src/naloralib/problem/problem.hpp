@@ -55,10 +55,6 @@ void add_constraints(ProblemObject* p, PyObject* objects);
 void add_sets(ProblemObject* p, PyObject* objects);
 void set_objective(ProblemObject* p, PyObject* objective, const int* sense);  // null: keep sense
 
-// solving (problem/solution.cpp): the problem's current primal values by column
-void primal_values(ProblemObject* p, double* values);
-int64_t column_count(ProblemObject* p);  // as primal_values needs it
-
 // controls (problem/controls.cpp)
 Ref new_control_accessor(ProblemObject* p);  // null: the module-wide defaults accessor
 Ref new_attribute_accessor(ProblemObject* p);

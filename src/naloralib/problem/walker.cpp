@@ -160,6 +160,15 @@ std::size_t leaf_count(std::span<PyObject* const> objects) noexcept {
     return static_cast<std::size_t>(std::min<Py_ssize_t>(count, kMostExpected));
 }
 
+bool is_plain_structure(std::span<PyObject* const> objects, int depth) noexcept {
+    if (depth == 0) return false;
+    return std::all_of(objects.begin(), objects.end(), [depth](PyObject* object) {
+        if (!PyList_CheckExact(object) && !PyTuple_CheckExact(object)) return is_leaf(object);
+        const auto size = static_cast<std::size_t>(PySequence_Fast_GET_SIZE(object));
+        return is_plain_structure({PySequence_Fast_ITEMS(object), size}, depth - 1);
+    });
+}
+
 bool is_leaf(PyObject* object) noexcept { return classify(object) == Shape::leaf; }
 
 }  // namespace nalora

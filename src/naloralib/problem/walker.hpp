@@ -19,6 +19,10 @@ void walk(PyObject* object, FunctionRef<void(PyObject*)> leaf, int depth = kWalk
 // True for what is handed to the leaf function as it is: no collection of any kind.
 bool is_leaf(PyObject* object) noexcept;
 
+// True when walking the objects runs no Python code as far as shows at once: leaves, and lists and
+// tuples of them.
+bool is_plain_structure(std::span<PyObject* const> objects, int depth = 4) noexcept;
+
 // How many leaves there are in all, where that shows without walking: in arrays, lists and tuples
 // that do not nest. A guess, as a reserve of memory.
 std::size_t leaf_count(std::span<PyObject* const> objects) noexcept;
