@@ -237,7 +237,7 @@ MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& param
     HighsSettings settings = mip_settings(params, model.sense, monitor);
     settings.presolve_rules_off = rules_to_avoid(highs);
     // The jumps of free columns grow without end, until HiGHS sorts values that are no numbers and
-    // crashes.
+    // crashes; those of tiny models take several times as long as the search.
     settings.feasibility_jump = !is_tiny(model) && !has_free_column(model);
     HighsModelStatus status = run_search(model, settings, start, monitor, outcome);
     update_gap(model.sense, outcome);

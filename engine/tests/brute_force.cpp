@@ -5,39 +5,14 @@
 #include <numeric>
 #include <vector>
 
+#include "solve_support.hpp"
+
 namespace brute_force {
 namespace {
 
 using nlra::Model;
 
 constexpr double kTolerance = 1e-9;
-
-struct HalfSpace {  // a'x <= side
-    std::vector<double> a;
-    double side;
-};
-
-// Solves the square system in place; false when it is singular.
-bool solve(std::vector<std::vector<double>> a, std::vector<double>& b) {
-    const size_t n = b.size();
-    for (size_t k = 0; k < n; ++k) {
-        size_t pivot = k;
-        for (size_t i = k + 1; i < n; ++i) {
-            if (std::abs(a[i][k]) > std::abs(a[pivot][k])) pivot = i;
-        }
-        if (std::abs(a[pivot][k]) < 1e-9) return false;
-        std::swap(a[k], a[pivot]);
-        std::swap(b[k], b[pivot]);
-        for (size_t i = 0; i < n; ++i) {
-            if (i == k) continue;
-            const double factor = a[i][k] / a[k][k];
-            for (size_t j = k; j < n; ++j) a[i][j] -= factor * a[k][j];
-            b[i] -= factor * b[k];
-        }
-    }
-    for (size_t k = 0; k < n; ++k) b[k] /= a[k][k];
-    return true;
-}
 
 class Search {
   public:
@@ -112,80 +87,24 @@ class Search {
         }
     }
 
-    // All vertices of the box cut by the rows that hold.
+    // What is left when all is chosen is a linear problem.
     void leaf() {
-        std::vector<int> free_cols;
-        for (int j = 0; j < model_.cols(); ++j) {
-            if (low_[j] < high_[j]) free_cols.push_back(j);
+        nlra::Model box = model_;
+        box.edits = nlra::Edits();
+        box.sets.clear();
+        box.indicators.clear();
+        for (const auto& [row, indicator] : model_.indicators) {
+            const bool one = low_[indicator.col] > 0.5;
+            if (one != (indicator.complement > 0)) box.rowtype[row] = 'N';
         }
-        const size_t n = free_cols.size();
-        std::vector<HalfSpace> spaces;
-        for (int i = 0; i < model_.rows(); ++i) {
-            const auto indicator = model_.indicators.find(i);
-            if (indicator != model_.indicators.end()) {
-                const bool one = low_[indicator->second.col] > 0.5;
-                if (one != (indicator->second.complement > 0)) continue;
-            }
-            std::vector<double> a(n, 0.0);
-            double fixed = 0.0;
-            for (int64_t k = model_.matrix.start()[i]; k < model_.matrix.start()[i + 1]; ++k) {
-                const int j = model_.matrix.index()[k];
-                const auto place = std::find(free_cols.begin(), free_cols.end(), j);
-                if (place == free_cols.end()) {
-                    fixed += model_.matrix.value()[k] * low_[j];
-                } else {
-                    a[place - free_cols.begin()] = model_.matrix.value()[k];
-                }
-            }
-            std::vector<double> minus(a);
-            for (double& entry : minus) entry = -entry;
-            if (model_.row_upper(i) < nlra::kInfinity) {
-                spaces.push_back({a, model_.row_upper(i) - fixed});
-            }
-            if (model_.row_lower(i) > -nlra::kInfinity) {
-                spaces.push_back({minus, fixed - model_.row_lower(i)});
-            }
+        for (int j = 0; j < box.cols(); ++j) {
+            box.set_type(j, 'C');
+            box.set_bounds(j, low_[j], high_[j]);
         }
-        for (size_t k = 0; k < n; ++k) {
-            std::vector<double> unit(n, 0.0);
-            unit[k] = 1.0;
-            spaces.push_back({unit, high_[free_cols[k]]});
-            unit[k] = -1.0;
-            spaces.push_back({unit, -low_[free_cols[k]]});
-        }
-        std::vector<size_t> chosen;
-        vertices(spaces, free_cols, chosen, 0);
-    }
-
-    void vertices(const std::vector<HalfSpace>& spaces, const std::vector<int>& free_cols,
-                  std::vector<size_t>& chosen, size_t next) {
-        if (chosen.size() == free_cols.size()) return vertex(spaces, free_cols, chosen);
-        for (size_t k = next; k < spaces.size(); ++k) {
-            chosen.push_back(k);
-            vertices(spaces, free_cols, chosen, k + 1);
-            chosen.pop_back();
-        }
-    }
-
-    void vertex(const std::vector<HalfSpace>& spaces, const std::vector<int>& free_cols,
-                const std::vector<size_t>& chosen) {
-        std::vector<std::vector<double>> a;
-        std::vector<double> x;
-        for (const size_t k : chosen) {
-            a.push_back(spaces[k].a);
-            x.push_back(spaces[k].side);
-        }
-        if (!solve(std::move(a), x)) return;
-        for (const HalfSpace& space : spaces) {
-            double sum = 0.0;
-            for (size_t k = 0; k < x.size(); ++k) sum += space.a[k] * x[k];
-            if (sum > space.side + 1e-7) return;
-        }
-        double value = model_.constant;
-        for (int j = 0; j < model_.cols(); ++j) value += model_.obj[j] * low_[j];
-        for (size_t k = 0; k < x.size(); ++k) {
-            value += model_.obj[free_cols[k]] * (x[k] - low_[free_cols[k]]);
-        }
+        solve_support::TestProblem test;
+        test.model = std::move(box);
+        if (test.lp("d") != NLRA_LP_OPTIMAL) return;
+        const double value = test.objective();
         if (!best_ || model_.sense * value < model_.sense * *best_) best_ = value;
     }
 

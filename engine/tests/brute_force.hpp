@@ -1,6 +1,5 @@
-// Small mixed integer problems solved by going through everything: each discrete choice, and for
-// the columns that stay continuous each vertex. Shares no code with the solvers. Every column needs
-// finite bounds.
+// Small mixed integer problems solved by going through each discrete choice, which leaves a linear
+// problem each. Every column needs finite bounds.
 #pragma once
 
 #include <optional>

@@ -8,6 +8,11 @@ namespace {
 
 const char* const kMethods[] = {"d", "p", "b", ""};
 
+// Columns that change nothing, but make the model large enough for presolve.
+void make_large(TestProblem& test) {
+    for (int j = 0; j < 60; ++j) test.col(0, 0, 1);
+}
+
 }  // namespace
 
 TEST("linear: duals are derivatives by the right-hand side, for both senses and all row types") {
@@ -49,6 +54,7 @@ TEST("linear: random problems satisfy the optimality conditions by every method"
         if (random.chance(0.5)) test.model.set_sense(-1);
         test.model.set_constant(random.integer(-3, 3));
         random_lp(test, random, random.integer(0, 12), random.integer(1, 14), 0.5);
+        if (round % 2 == 0) make_large(test);
         double reference = 0.0;
         for (const char* method : kMethods) {
             if (!CHECK(test.lp(method) == NLRA_LP_OPTIMAL)) break;
@@ -148,35 +154,32 @@ TEST("linear: a re-solve starts from the last basis, also across deletions") {
 }
 
 TEST("linear: infeasible and unbounded are told apart whatever presolve says") {
-    for (const double presolve : {0.0, 1.0}) {
+    for (const bool presolve : {false, true}) {
         for (const char* method : kMethods) {
-            TestProblem unbounded;
-            unbounded.problem.controls.set_int(kPresolve, static_cast<int64_t>(presolve));
+            TestProblem unbounded, both, mistaken;
             unbounded.col(-1, 0, kInf);
             unbounded.col(0, 0, kInf);
             unbounded.row({{0, 1}, {1, -1}}, 'L', 4);
-            CHECK(unbounded.lp(method) == NLRA_LP_UNBOUNDED);
-            CHECK(!unbounded.problem.lp_solution.present);
-            unbounded.row({{0, 1}}, 'L', -1);
-            CHECK(unbounded.lp(method) == NLRA_LP_INFEAS);
-
-            TestProblem both;  // infeasible, with a direction of unbounded improvement
-            both.problem.controls.set_int(kPresolve, static_cast<int64_t>(presolve));
-            both.col(-1, 0, kInf);
+            both.col(-1, 0, kInf);  // infeasible, with a direction of unbounded improvement
             both.col(0, 0, 1);
             both.col(0, 0, 1);
             both.row({{1, 1}, {2, 1}}, 'G', 3);
-            CHECK(both.lp(method) == NLRA_LP_INFEAS);
-
-            TestProblem mistaken;  // feasible, but HiGHS's presolve says it is not
-            mistaken.problem.controls.set_int(kPresolve, static_cast<int64_t>(presolve));
-            mistaken.col(-2, 0, kInf);
+            mistaken.col(-2, 0, kInf);  // feasible, but HiGHS's presolve says it is not
             mistaken.col(-2, 0, 2);
             mistaken.col(2, 0, 1);
             mistaken.col(2, -kInf, kInf);
             mistaken.col(0, 0, 1);
             mistaken.row({{0, 1}, {1, 1}, {2, 1}, {3, 2}}, 'L', 2);
             mistaken.row({{0, -2}, {1, -2}, {2, 1}, {3, -2}, {4, 2}}, 'L', 0);
+            for (TestProblem* test : {&unbounded, &both, &mistaken}) {
+                test->problem.controls.set_int(kPresolve, presolve);
+                if (presolve) make_large(*test);
+            }
+            CHECK(unbounded.lp(method) == NLRA_LP_UNBOUNDED);
+            CHECK(!unbounded.problem.lp_solution.present);
+            unbounded.row({{0, 1}}, 'L', -1);
+            CHECK(unbounded.lp(method) == NLRA_LP_INFEAS);
+            CHECK(both.lp(method) == NLRA_LP_INFEAS);
             CHECK(mistaken.lp(method) == NLRA_LP_UNBOUNDED);
         }
     }

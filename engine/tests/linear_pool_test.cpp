@@ -29,6 +29,7 @@ Result solve_one(unsigned seed) {
     random_lp(test, random, random.integer(0, 9), random.integer(1, 9), 0.5);
     if (random.chance(0.2)) test.row({{0, 1}}, 'G', 1e6);  // infeasible, or forces a large value
     if (random.chance(0.2)) test.col(-9 * test.model.sense, 0, kInf);
+    for (int j = random.chance(0.3) ? 60 : 0; j > 0; --j) test.col(0, 0, 1);  // presolve begins
     const bool mip = random.chance(0.25);
     for (int j = 0; mip && j < test.model.cols(); j += 2) test.model.set_type(j, 'I');
 

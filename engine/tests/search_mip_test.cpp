@@ -167,47 +167,6 @@ TEST("mip: degenerate shapes") {
     CHECK_NEAR(only_sets.mip_objective(), -3, 1e-9);
 }
 
-TEST("mip: random problems against enumeration, with re-solves after edits") {
-    Random random(31);
-    int found = 0;
-    for (int round = 0; round < 60; ++round) {
-        TestProblem test;
-        if (random.chance(0.5)) test.model.set_sense(-1);
-        const int cols = random.integer(2, 5);
-        for (int j = 0; j < cols; ++j) {
-            const int low = random.integer(-3, 1);
-            test.col(random.integer(-9, 9), low, low + random.integer(0, 5),
-                     random.chance(0.6) ? 'I' : 'C');
-        }
-        test.model.set_type(0, 'I');
-        for (int step = 0; step < 8; ++step) {
-            const std::optional<double> best = brute_force::optimum(test.model);
-            test.problem.controls.set_double(kRelGap, 0.0);
-            const int status = test.mip();
-            if (!CHECK(status == (best ? NLRA_MIP_OPTIMAL : NLRA_MIP_INFEAS))) break;
-            if (best) {
-                ++found;
-                CHECK_NEAR(test.mip_objective(), *best, 1e-5);
-                CHECK(brute_force::is_feasible(test.model, test.problem.mip_solution.x, 1e-5));
-            }
-            const int kind = random.integer(0, 3);
-            if (kind == 0 || test.model.rows() == 0) {
-                Terms terms;
-                for (int j = 0; j < cols; ++j) terms.emplace_back(j, random.integer(-3, 4));
-                test.row(terms, "LGE"[random.integer(0, 2)], random.integer(-3, 6));
-            } else if (kind == 1) {
-                test.model.set_rhs(0, random.integer(-5, 9));
-            } else if (kind == 2) {
-                test.model.set_cost(random.integer(0, cols - 1), random.integer(-9, 9));
-            } else {
-                test.model.delete_rows({random.integer(0, test.model.rows() - 1)});
-            }
-            test.problem.drop_solutions();
-        }
-    }
-    CHECK(found > 100);
-}
-
 TEST("mip: starts are used, completed or passed over") {
     TestProblem test;
     knapsack(test);

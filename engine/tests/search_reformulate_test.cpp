@@ -56,26 +56,40 @@ void random_problem(TestProblem& test, Random& random) {
     }
 }
 
+// One that leaves the kinds of columns, sets and indicators as they are.
+void random_edit(TestProblem& test, Random& random) {
+    Model& model = test.model;
+    const int kind = random.integer(0, 3);
+    if (kind == 0 || model.rows() == 0) {
+        Terms terms;
+        for (int j = 0; j < model.cols(); ++j) terms.emplace_back(j, random.integer(-3, 4));
+        test.row(terms, "LGE"[random.integer(0, 2)], random.integer(-3, 6));
+    } else if (kind == 1) {
+        model.set_rhs(0, random.integer(-5, 9));
+    } else if (kind == 2) {
+        model.set_cost(random.integer(0, model.cols() - 1), random.integer(-9, 9));
+    } else {
+        model.delete_rows({random.integer(0, model.rows() - 1)});
+    }
+    test.problem.drop_solutions();
+}
+
 }  // namespace
 
-TEST("reformulate: random problems have the optimum that enumeration finds") {
+TEST("reformulate: random problems have the optimum that enumeration finds, also after edits") {
     Random random(2024);
     int optimal = 0;
     int infeasible = 0;
-    for (int round = 0; round < 1500; ++round) {
-        TestProblem test;
-        random_problem(test, random);
-        if (!test.model.is_mip()) continue;
-        test.problem.controls.set_double(kRelGap, 0.0);
+    const auto check = [&](TestProblem& test) {
         const std::optional<double> best = brute_force::optimum(test.model);
         const int status = test.mip();
         if (!best) {
             CHECK(status == NLRA_MIP_INFEAS);
             ++infeasible;
-            continue;
+            return;
         }
         ++optimal;
-        if (!CHECK(status == NLRA_MIP_OPTIMAL)) continue;
+        if (!CHECK(status == NLRA_MIP_OPTIMAL)) return;
         CHECK_NEAR(test.mip_objective(), *best, 1e-5);
         CHECK(brute_force::is_feasible(test.model, test.problem.mip_solution.x, 1e-5));
         CHECK_NEAR(test.problem.info.best_bound, *best, 1e-5);
@@ -86,6 +100,16 @@ TEST("reformulate: random problems have the optimum that enumeration finds") {
             CHECK(test.model.sense * test.objective() <= test.model.sense * *best + 1e-6);
         } else {
             CHECK(test.problem.info.lp_status != NLRA_LP_INFEAS);
+        }
+    };
+    for (int round = 0; round < 600; ++round) {
+        TestProblem test;
+        random_problem(test, random);
+        if (!test.model.is_mip()) continue;
+        test.problem.controls.set_double(kRelGap, 0.0);
+        for (int step = 0; step < 3; ++step) {
+            check(test);
+            random_edit(test, random);
         }
     }
     CHECK(optimal > 500 && infeasible > 200);

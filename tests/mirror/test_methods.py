@@ -1,11 +1,10 @@
 """The low-level methods and the conversions that they share."""
 
-import gc
 import re
 
 import numpy as np
 import pytest
-from conftest import allocated
+from conftest import growth
 
 import nalora
 
@@ -313,11 +312,4 @@ def test_calls_leak_nothing(lp):
                 bad()
         p.lpoptimize()
 
-    for _ in range(20):
-        work()
-    gc.collect()
-    before = allocated()
-    for _ in range(200):
-        work()
-    gc.collect()
-    assert allocated() - before < 100
+    assert growth(work) < 50

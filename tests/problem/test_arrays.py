@@ -1,12 +1,10 @@
 """Arrays of modeling objects as arguments of a problem's methods."""
 
-import gc
 import sys
-import time
 
 import numpy as np
 import pytest
-from conftest import allocated
+from conftest import growth
 from model_file import fails, is_same, read_back, sizes
 
 import nalora
@@ -332,30 +330,5 @@ def test_nothing_is_leaked():
             with fails(""):
                 p.addConstraint(x + 1, bad)
 
-    def blocks():
-        gc.collect()
-        return allocated()
-
-    for _ in range(3):
-        work()
-    before = blocks()
-    for _ in range(50):
-        work()
-    assert blocks() - before < 50
+    assert growth(work, before=3) < 50
     assert [sys.getrefcount(v) for v in x.ravel().tolist()] == refs
-
-
-def test_loading_is_linear_in_the_size():
-    def seconds(n):
-        x = variables(n + 1)
-        rows = x[:-1] - x[1:] <= 1
-        best = float("inf")
-        for _ in range(3):
-            p = nalora.problem()
-            start = time.process_time()
-            p.addVariable(x)
-            p.addConstraint(rows)
-            best = min(best, time.process_time() - start)
-        return best
-
-    assert seconds(200_000) < 40 * seconds(20_000)
