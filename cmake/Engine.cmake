@@ -11,7 +11,7 @@ find_package(Threads REQUIRED)
 
 # What compiling and linking engine code takes.
 add_library(nlra_requirements INTERFACE)
-target_include_directories(nlra_requirements INTERFACE engine/include engine)
+target_include_directories(nlra_requirements INTERFACE engine/include engine src)
 target_link_libraries(nlra_requirements INTERFACE nalora_options nlra_highs nlra_ipopt
                                                   Threads::Threads ${CMAKE_DL_LIBS})
 # libnlra_ipopt.so needs the stub when anything is linked against it.

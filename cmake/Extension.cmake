@@ -1,10 +1,10 @@
 # naloralib: the extension module. It sees the C headers in engine/include and nothing else of the
-# engine, and keeps the compiler's normal string ABI.
+# engine, shares src/common with it, and keeps the compiler's normal string ABI.
 file(GLOB_RECURSE _module_sources CONFIGURE_DEPENDS src/naloralib/*.cpp)
 
 if(_module_sources)
   Python_add_library(naloralib MODULE WITH_SOABI ${_module_sources})
-  target_include_directories(naloralib PRIVATE src/naloralib)
+  target_include_directories(naloralib PRIVATE src/naloralib src)
   # -Wno-missing-field-initializers: type objects and method tables name only what they set.
   target_compile_options(naloralib PRIVATE -Wno-missing-field-initializers)
   target_compile_definitions(naloralib PRIVATE NPY_NO_DEPRECATED_API=NPY_1_7_API_VERSION)

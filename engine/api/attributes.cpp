@@ -23,8 +23,8 @@ Attribute text(int id, const char* name, Attribute::Text get, const char* descri
     return {id, name, NLRA_TYPE_STRING, get, description};
 }
 
-int64_t row_count(Problem p) { return p.model.rows(); }
-int64_t col_count(Problem p) { return p.model.cols(); }
+int64_t row_count(Problem p) { return p.model.rows_left(); }
+int64_t col_count(Problem p) { return p.model.cols_left(); }
 int64_t set_count(Problem p) { return static_cast<int64_t>(p.model.sets.size()); }
 int64_t none(Problem) { return 0; }
 
@@ -119,7 +119,7 @@ const std::vector<Attribute>& attribute_table() {
             2006, "time", [](Problem p) { return p.info.seconds; },
             "Seconds of elapsed time of the last solve."),
         real(
-            2007, "objconstant", [](Problem p) { return p.model.constant; },
+            NLRA_OBJCONSTANT, "objconstant", [](Problem p) { return p.model.constant; },
             "Constant of the objective."),
         text(
             3001, "probname", [](Problem p) { return p.model.name; }, "Name of the problem."),

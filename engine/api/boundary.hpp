@@ -56,13 +56,24 @@ int call_environment(const char* function, Body&& body) noexcept {
     return guarded(environment().error, function, body);
 }
 
-// Calls on a problem. The error of a null handle goes to the environment.
+// Calls on a problem whose model need not be settled. The error of a null handle goes to the
+// environment.
 template <class Body>
-int call(nlra_problem* problem, const char* function, Access access, Body&& body) noexcept {
+int call_unsettled(nlra_problem* problem, const char* function, Access access,
+                   Body&& body) noexcept {
     return guarded(problem != nullptr ? problem->error : environment().error, function, [&] {
         require_usable(problem);
         const Hold hold(*problem, access);
         body(*problem);
+    });
+}
+
+// All other calls on a problem.
+template <class Body>
+int call(nlra_problem* problem, const char* function, Access access, Body&& body) noexcept {
+    return call_unsettled(problem, function, access, [&](nlra_problem& settled) {
+        settled.settle();
+        body(settled);
     });
 }
 
@@ -72,6 +83,7 @@ int call(nslp_problem* problem, const char* function, Access access, Body&& body
     return guarded(problem != nullptr ? problem->error : environment().error, function, [&] {
         require_usable(problem);
         const Hold hold(*problem->base, access);
+        problem->base->settle();
         // The last error of both is that of the later call.
         problem->base->error.clear();
         body(*problem);

@@ -47,6 +47,14 @@ void renumber_starts(std::vector<MipStart>& starts, const std::vector<int>& dele
     }
 }
 
+// Whether deleting n objects may be put off: there must not be too many of which that is the case.
+// If not, the model is settled. `left`, `present`: without and with those that were put off.
+bool put_off(nlra_problem& problem, int left, int present, int n) {
+    if (present - left + n <= common::Gaps::kMost) return true;
+    problem.settle();
+    return n <= common::Gaps::kMost;
+}
+
 int change_quadratic_objective(NLRAprob prob, const char* function, int64_t n, const int* col1,
                                const int* col2, const double* value) {
     return call(prob, function, Access::kChange, [&](nlra_problem& problem) {
@@ -189,26 +197,37 @@ int NLRAchgcoef(NLRAprob prob, int row, int col, double value) {
 }
 
 int NLRAdelrows(NLRAprob prob, int n, const int* rowind) {
-    return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
         Model& model = problem.model;
-        const auto deleted = sorted_indices("rowind", rowind, n, model.rows(), Kind::kRow);
+        const auto deleted = sorted_indices("rowind", rowind, n, model.rows_left(), Kind::kRow);
         if (deleted.empty()) return;
-        model.delete_rows(deleted);
+        if (put_off(problem, model.rows_left(), model.rows(), n)) {
+            model.delete_rows_later(deleted);
+            problem.unsettled = true;
+        } else {
+            model.delete_rows(deleted);
+        }
         problem.drop_solutions();
     });
 }
 
 int NLRAdelcols(NLRAprob prob, int n, const int* colind) {
-    return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
         Model& model = problem.model;
-        const auto deleted = sorted_indices("colind", colind, n, model.cols(), Kind::kColumn);
+        const auto deleted = sorted_indices("colind", colind, n, model.cols_left(), Kind::kColumn);
         if (deleted.empty()) return;
+        if (!model.indicators.empty()) problem.settle();
         for (const auto& [row, indicator] : model.indicators) {
             if (!std::binary_search(deleted.begin(), deleted.end(), indicator.col)) continue;
             fail(NLRA_ERROR_STATE, "column %d decides whether row %d holds: delete that row first",
                  indicator.col, row);
         }
-        model.delete_cols(deleted);
+        if (put_off(problem, model.cols_left(), model.cols(), n)) {
+            model.delete_cols_later(deleted);
+            problem.unsettled = true;
+        } else {
+            model.delete_cols(deleted);
+        }
         renumber_starts(problem.mip_starts, deleted);
         problem.drop_solutions();
     });

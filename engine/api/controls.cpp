@@ -102,9 +102,12 @@ int NLRAsetstrcontrol(NLRAprob prob, int id, const char* value) {
 }
 
 int NLRAgetintattrib(NLRAprob prob, int id, int* value) {
-    return call(prob, __func__, Access::kPeek, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kPeek, [&](nlra_problem& problem) {
         check_array("value", value, 1);
         const Attribute& attribute = find_attribute(id);
+        const bool is_count = id == NLRA_ROWS || id == NLRA_COLS || id == NLRA_ORIGINALROWS ||
+                              id == NLRA_ORIGINALCOLS || id == NLRA_ORIGINALSETS;
+        if (!is_count) problem.settle();
         require_narrow("attribute", attribute.name, attribute.type);
         *value = static_cast<int>(read_attribute<Attribute::Int>(problem, attribute, "an integer"));
     });

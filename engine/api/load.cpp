@@ -125,7 +125,8 @@ int NLRAloadlp64(NLRAprob prob, const char* name, int ncols, int nrows, const ch
 int NLRAaddrows64(NLRAprob prob, int nrows, int64_t ncoefs, const char* rowtype, const double* rhs,
                   const double* range, const int64_t* start, const int* colind,
                   const double* value) {
-    return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+        if (problem.model.cols_left() != problem.model.cols()) problem.settle();
         check_growth("nrows", problem.model.rows(), nrows);
         check_rowtypes(nrows, rowtype, rhs, range);
         check_block(problem.duplicates, nrows, ncoefs, start, "colind", colind, "value", value,
@@ -139,7 +140,8 @@ int NLRAaddrows64(NLRAprob prob, int nrows, int64_t ncoefs, const char* rowtype,
 int NLRAaddcols64(NLRAprob prob, int ncols, int64_t ncoefs, const double* obj, const int64_t* start,
                   const int* rowind, const double* value, const double* lower,
                   const double* upper) {
-    return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+        if (ncoefs != 0) problem.settle();
         check_growth("ncols", problem.model.cols(), ncols);
         check_columns(ncols, obj, lower, upper);
         check_block(problem.duplicates, ncols, ncoefs, start, "rowind", rowind, "value", value,

@@ -32,9 +32,9 @@ Names& names_of(Model& model, Kind kind) {
 using namespace nlra;
 
 int NLRAaddnames(NLRAprob prob, int type, const char* names, int first, int last) {
-    return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
         const Kind kind = name_kind(type);
-        const int count = check_range(first, last, kind_size(problem.model, kind), kind);
+        const int count = check_range(first, last, names_of(problem.model, kind).size(), kind);
         check_array("names", names, count);
         names_of(problem.model, kind).set_packed(first, count, names);
     });
@@ -42,9 +42,9 @@ int NLRAaddnames(NLRAprob prob, int type, const char* names, int first, int last
 
 int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, int last,
                     int* ntaken, int* taken) {
-    return call(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kChange, [&](nlra_problem& problem) {
         const Kind kind = name_kind(type);
-        const int count = check_range(first, last, kind_size(problem.model, kind), kind);
+        const int count = check_range(first, last, names_of(problem.model, kind).size(), kind);
         check_array("numbers", numbers, count);
         for (int i = 0; i < count; ++i) {
             if (numbers[i] > 0) continue;
@@ -57,7 +57,7 @@ int NLRAnumbernames(NLRAprob prob, int type, const int64_t* numbers, int first, 
 }
 
 int NLRAgetindex(NLRAprob prob, int type, const char* name, int* index) {
-    return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
         const Kind kind = name_kind(type);
         check_array("name", name, 1);
         check_array("index", index, 1);
@@ -75,9 +75,9 @@ int NLRAgetindex(NLRAprob prob, int type, const char* name, int* index) {
 
 int NLRAgetnames(NLRAprob prob, int type, char* names, int64_t maxbytes, int64_t* nbytes, int first,
                  int last) {
-    return call(prob, __func__, Access::kPeek, [&](nlra_problem& problem) {
+    return call_unsettled(prob, __func__, Access::kPeek, [&](nlra_problem& problem) {
         const Kind kind = name_kind(type);
-        const int count = check_range(first, last, kind_size(problem.model, kind), kind);
+        const int count = check_range(first, last, names_of(problem.model, kind).size(), kind);
         const Names& all = names_of(problem.model, kind);
         int64_t needed = 0;
         for (int i = first; i < first + count; ++i) {

@@ -12,6 +12,13 @@ nlra_problem::~nlra_problem() {
     for (nslp_problem* above : nonlinear) above->base = nullptr;
 }
 
+void nlra_problem::settle_now() {
+    const std::lock_guard lock(settling);
+    if (!unsettled.load(std::memory_order_relaxed)) return;
+    model.finish_deletions();
+    unsettled.store(false, std::memory_order_release);
+}
+
 void nlra_problem::drop_solutions() {
     lp_solution.clear();
     mip_solution.clear();
@@ -66,6 +73,7 @@ int NLRAcopyprob(NLRAprob dest, NLRAprob source, const char* name) {
     return call(dest, __func__, Access::kChange, [&](nlra_problem& to) {
         require_usable(source);
         const Hold hold(*source, Access::kShare);
+        source->settle();
         const bool named = name != nullptr && *name != '\0';
         if (dest == source) {
             if (named) to.model.name = name;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -59,7 +60,16 @@ struct nlra_problem {
     nlra_problem(const nlra_problem&) = delete;
     nlra_problem& operator=(const nlra_problem&) = delete;
 
+    // The model, but for finish_deletions() while `unsettled`. Calls begin with settle(), apart
+    // from those that need no more than what is right before.
     nlra::Model model;
+    std::atomic<bool> unsettled{false};
+    std::mutex settling;  // calls that only read may come from several threads
+    void settle() {
+        if (unsettled.load(std::memory_order_acquire)) settle_now();
+    }
+    void settle_now();
+
     nlra::Params controls;
     nlra::ErrorSlot error;
     std::vector<nlra::CallbackEntry<NLRAmessagecb>> message_callbacks;  // by falling priority

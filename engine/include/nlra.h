@@ -94,6 +94,7 @@ enum {
     NLRA_LPOBJVAL = 2001,
     NLRA_MIPOBJVAL = 2003,
     NLRA_BESTBOUND = 2004,
+    NLRA_OBJCONSTANT = 2007,
     NLRA_LOGLEVEL = 8035 /* integer control: 0 silent, 1 normal, 2 detailed */
 };
 

@@ -102,7 +102,7 @@ void Model::add_rows(int count, int64_t ncoefs, const char* type, const double* 
     make_room(rowtype, count);
     make_room(rhs, count);
     make_room(range, count);
-    rownames.reserve(rows() + count);
+    rownames.reserve(rows_left() + count);
 
     matrix.append_rows(count, ncoefs, start, colind, value);
     append(rhs, count, new_rhs, 0.0);
@@ -111,7 +111,7 @@ void Model::add_rows(int count, int64_t ncoefs, const char* type, const double* 
         rowtype.push_back(type[i]);
         range.push_back(ranged ? std::abs(clamp_infinite(new_range[i])) : 0.0);
     }
-    rownames.resize(rows());
+    rownames.resize(rows_left());
 }
 
 void Model::add_cols(int count, int64_t ncoefs, const double* new_obj, const int64_t* start,
@@ -122,7 +122,7 @@ void Model::add_cols(int count, int64_t ncoefs, const double* new_obj, const int
     make_room(upper, count);
     make_room(limit, count);
     make_room(coltype, count);
-    colnames.reserve(cols() + count);
+    colnames.reserve(cols_left() + count);
 
     matrix.append_cols(cols(), count, ncoefs, start, rowind, value);
     if (ncoefs > 0 && edits.known_rows > 0) touch_structure();
@@ -131,7 +131,7 @@ void Model::add_cols(int count, int64_t ncoefs, const double* new_obj, const int
     append(upper, count, new_upper, kInfinity);
     append(limit, count, nullptr, 0.0);
     coltype.insert(coltype.end(), static_cast<size_t>(count), 'C');
-    colnames.resize(cols());
+    colnames.resize(cols_left());
 }
 
 void Model::add_sets(std::vector<Set> added) {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/gaps.hpp"
 #include "store/formulas.hpp"
 #include "store/matrix.hpp"
 #include "store/names.hpp"
@@ -119,6 +120,16 @@ class Model {
     void delete_rows(const std::vector<int>& sorted);
     void delete_cols(const std::vector<int>& sorted);
     void delete_sets(const std::vector<int>& sorted);
+    // The same, put off, as moving all the others down takes a pass over the model for a single
+    // deletion. Names, and rows_left() and cols_left(), are right at once, columns without
+    // coefficients can be added, and rows unless deletions of columns were put off;
+    // finish_deletions() comes before any other use of the model. Changes nothing when it runs out
+    // of memory.
+    void delete_rows_later(const std::vector<int>& sorted);
+    void delete_cols_later(const std::vector<int>& sorted);
+    void finish_deletions();
+    int rows_left() const { return rows() - row_gaps_.size(); }
+    int cols_left() const { return cols() - col_gaps_.size(); }
 
     bool set_bounds(int col, double lower, double upper);
     // A column that was of another type gets limit 0.
@@ -140,7 +151,12 @@ class Model {
     void touch_structure();
 
   private:
+    // Without the names.
+    void remove_rows(const std::vector<int>& sorted);
+    void remove_cols(const std::vector<int>& sorted);
+
     int entities_ = 0;
+    common::Gaps row_gaps_, col_gaps_;
 };
 
 }  // namespace nlra

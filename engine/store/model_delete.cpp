@@ -87,6 +87,39 @@ void compact_set(Set& set, const std::vector<int>& map) {
 }  // namespace
 
 void Model::delete_rows(const std::vector<int>& sorted) {
+    rownames.reserve_removal(sorted.size());
+    remove_rows(sorted);
+    rownames.remove(sorted);
+}
+
+void Model::delete_cols(const std::vector<int>& sorted) {
+    colnames.reserve_removal(sorted.size());
+    remove_cols(sorted);
+    colnames.remove(sorted);
+}
+
+void Model::delete_rows_later(const std::vector<int>& sorted) {
+    rownames.reserve_removal(sorted.size());
+    row_gaps_.reserve(sorted.size());
+    rownames.remove(sorted);
+    row_gaps_.add(sorted);
+}
+
+void Model::delete_cols_later(const std::vector<int>& sorted) {
+    colnames.reserve_removal(sorted.size());
+    col_gaps_.reserve(sorted.size());
+    colnames.remove(sorted);
+    col_gaps_.add(sorted);
+}
+
+void Model::finish_deletions() {
+    if (!row_gaps_.empty()) remove_rows(row_gaps_.positions());
+    row_gaps_.clear();
+    if (!col_gaps_.empty()) remove_cols(col_gaps_.positions());
+    col_gaps_.clear();
+}
+
+void Model::remove_rows(const std::vector<int>& sorted) {
     const std::vector<int> map = deletion_map(rows(), sorted);
     // Rows that no solver has seen yet leave no trace.
     const bool seen = !edits.row_map.empty() || sorted.front() < edits.known_rows;
@@ -106,10 +139,9 @@ void Model::delete_rows(const std::vector<int>& sorted) {
     compact(indicators, map);
     compact(formulas.rows, map);
     compact_known(formulas.last.dual, map);
-    rownames.compact(map);
 }
 
-void Model::delete_cols(const std::vector<int>& sorted) {
+void Model::remove_cols(const std::vector<int>& sorted) {
     const std::vector<int> map = deletion_map(cols(), sorted);
     const bool seen = !edits.col_map.empty() || sorted.front() < edits.known_cols;
     std::vector<int> col_map;
@@ -125,7 +157,6 @@ void Model::delete_cols(const std::vector<int>& sorted) {
     compact(upper, map);
     compact(limit, map);
     compact(coltype, map);
-    colnames.compact(map);
     compact_terms(qobj, map);
     for (auto row = qrows.begin(); row != qrows.end();) {
         compact_terms(row->second, map);
@@ -140,8 +171,9 @@ void Model::delete_cols(const std::vector<int>& sorted) {
 
 void Model::delete_sets(const std::vector<int>& sorted) {
     const std::vector<int> map = deletion_map(static_cast<int>(sets.size()), sorted);
+    setnames.reserve_removal(sorted.size());
     compact(sets, map);
-    setnames.compact(map);
+    setnames.remove(sorted);
     touch_structure();
 }
 

@@ -63,16 +63,31 @@ TEST("index map: behaves as an ordered map does") {
     }
 }
 
-TEST("index map: renumbering moves and removes") {
+TEST("index map: removals renumber, at once or in the end") {
+    std::mt19937 random(3);
     IndexMap map;
-    std::vector<int32_t> new_index;
-    for (int32_t i = 0; i < 2000; ++i) {
-        map.set(static_cast<uint64_t>(i) * 3 + 100, i);
-        new_index.push_back(i % 5 == 0 ? -1 : i - i / 5 - 1);
-    }
-    map.renumber(new_index);
-    for (int32_t i = 0; i < 2000; ++i) {
-        CHECK(map.find(static_cast<uint64_t>(i) * 3 + 100) == new_index[i]);
+    std::vector<uint64_t> live;
+    uint64_t next = 100;
+    for (int step = 0; step < 2000; ++step) {
+        std::vector<int32_t> gone;
+        for (int32_t i = 0; i < static_cast<int32_t>(live.size()); ++i) {
+            if (random() % 40 == 0) gone.push_back(i);
+        }
+        map.remove(gone);
+        for (auto i = gone.rbegin(); i != gone.rend(); ++i) {
+            CHECK(map.gaps().index(map.gaps().position(*i)) == *i);
+            map.erase(live[*i]);
+            live.erase(live.begin() + *i);
+        }
+        for (unsigned k = random() % 5; k > 0; --k) {
+            map.set(next, static_cast<int32_t>(live.size()));
+            live.push_back(next);
+            next += 1 + random() % 3;
+        }
+        if (random() % 50 == 0) map.close_gaps();
+        for (int32_t i = 0; i < static_cast<int32_t>(live.size()); ++i) {
+            if (!CHECK(map.find(live[i]) == i)) return;
+        }
     }
 }
 

@@ -128,6 +128,18 @@ def test_finalisers_see_a_consistent_problem():
     assert seen == [[0, 1], [0, 1]]
 
 
+def test_thousands_of_single_deletions():
+    x = nalora.vars(6000, name="").tolist()
+    p = nalora.problem(x, [x[i] + x[i + 1] <= 1 for i in range(5999)])
+    p.getIndexFromName(2, x[0].name)
+    for v in x[1::2] + x[2::4] + [x[4]]:
+        p.delVariable(v)
+    left = [v for i, v in enumerate(x) if i % 4 == 0 and i != 4]
+    assert [p.getIndexFromName(2, v.name) for v in left] == list(range(len(left)))
+    assert p.attributes.cols == len(left) and is_same(p.getVariable(), left)
+    assert p.attributes.elems == 2 * len(left) - 1
+
+
 def test_random_edits_against_a_shadow(tmp_path):
     rng = random.Random(4)
     p = nalora.problem()
@@ -169,8 +181,10 @@ def test_random_edits_against_a_shadow(tmp_path):
     for step in range(150):
         actions = [add_columns, add_rows, add_rows, delete_columns, delete_rows, fail_to_add]
         rng.choice(actions)()
-        assert is_same(p.getVariable(), columns)
-        assert is_same(p.getConstraint(), [c for c, _ in rows])
+        if rng.random() < 0.3:
+            assert is_same(p.getVariable(), columns)
+            assert is_same(p.getConstraint(), [c for c, _ in rows])
+        assert is_same([p.getVariable(i) for i in range(len(columns))], columns)
         assert [p.getIndex(v) for v in columns] == list(range(len(columns)))
         assert [p.getIndex(c) for c, _ in rows] == list(range(len(rows)))
         if step % 10 == 9:

@@ -2,6 +2,7 @@
 #include "callbacks/handles.hpp"
 #include "mirror/convert.hpp"
 #include "module/state.hpp"
+#include "problem/building.hpp"
 
 namespace nalora {
 
@@ -11,10 +12,12 @@ namespace {
     raise(interface_error(), "Wrong item returned from API call, type %d", static_cast<int>(kind));
 }
 
-Ref list_item(PyObject* list, int32_t index, Conv kind) {
+Ref list_item(ProblemObject* p, const Registry& registry, int32_t index, Conv kind) {
     if (index < 0) return take(PyLong_FromLong(-1));
-    if (index >= PyList_GET_SIZE(list)) raise_wrong_item(kind);
-    return Ref::borrow(PyList_GET_ITEM(list, index));
+    if (index >= PyList_GET_SIZE(p->*registry.list) - (p->*registry.index)->gaps().size()) {
+        raise_wrong_item(kind);
+    }
+    return Ref::borrow(object_at(p, registry, index));
 }
 
 template <class T>
@@ -25,9 +28,9 @@ T load(const void* array, int64_t i) noexcept {
 Ref make_item(ProblemObject* problem, const void* array, int64_t i, Conv kind) {
     switch (kind) {
         case Conv::row:
-            return list_item(problem->constraints, load<int32_t>(array, i), kind);
+            return list_item(problem, kConstraints, load<int32_t>(array, i), kind);
         case Conv::col:
-            return list_item(problem->variables, load<int32_t>(array, i), kind);
+            return list_item(problem, kVariables, load<int32_t>(array, i), kind);
         case Conv::integer:
             return take(PyLong_FromLong(load<int32_t>(array, i)));
         case Conv::int64:
@@ -68,8 +71,9 @@ void conv_arr2obj(ProblemObject* problem, int64_t n, const void* array, PyObject
 
 Ref rowcol_to_obj(ProblemObject* problem, int32_t index) {
     const int32_t columns_from = first_column_index(problem);
-    return index >= columns_from ? list_item(problem->variables, index - columns_from, Conv::rowcol)
-                                 : list_item(problem->constraints, index, Conv::rowcol);
+    return index >= columns_from
+               ? list_item(problem, kVariables, index - columns_from, Conv::rowcol)
+               : list_item(problem, kConstraints, index, Conv::rowcol);
 }
 
 }  // namespace nalora

@@ -53,7 +53,7 @@ int BatchNames::load_texts(ProblemObject* p, const Addition& addition) const {
     for (const std::size_t begin : default_like_) {
         const int32_t index = find(p, naming, texts_.data() + begin);
         if (index < 0 || index >= addition.base()) continue;
-        PyObject* object = PyList_GET_ITEM(p->*addition.registry().list, index);
+        PyObject* object = object_at(p, addition.registry(), index);
         if (naming.has_name(object)) continue;
         if (const int status = rename(p, naming, object, index)) return status;
     }
@@ -79,7 +79,7 @@ int BatchNames::load_numbers(ProblemObject* p, const Addition& addition, int32_t
                                  &count, taken.get());
     for (int k = 0; k < count && status == 0; ++k) {
         const int32_t index = base + taken[k];
-        status = rename(p, naming, PyList_GET_ITEM(p->*addition.registry().list, index), index);
+        status = rename(p, naming, object_at(p, addition.registry(), index), index);
     }
     return status;
 }

@@ -34,8 +34,29 @@ void truncate(PyObject* list, Py_ssize_t length) {
 
 int32_t sync_list(ProblemObject* p, const Registry& registry) {
     const int32_t count = int_attribute(p, registry.count_attribute);
-    truncate(p->*registry.list, count);
+    truncate(p->*registry.list, Py_ssize_t{count} + (p->*registry.index)->gaps().size());
     return count;
+}
+
+// What is left behind at the end when that cannot be cut off, sync_list() drops later.
+void close_gaps(ProblemObject* p, const Registry& registry) {
+    IndexMap& map = *(p->*registry.index);
+    if (map.gaps().empty()) return;
+    const std::vector<int32_t>& gaps = map.gaps().positions();
+    PyObject* list = p->*registry.list;
+    PyObject** items = PySequence_Fast_ITEMS(list);
+    const Py_ssize_t length = PyList_GET_SIZE(list);
+    Py_ssize_t kept = 0;
+    auto gap = gaps.begin();
+    for (Py_ssize_t i = 0; i < length; ++i) {
+        if (gap != gaps.end() && *gap == i) {
+            ++gap;
+        } else {
+            std::swap(items[kept++], items[i]);
+        }
+    }
+    map.close_gaps();
+    truncate(list, kept);
 }
 
 void sync_lists(ProblemObject* p) {
@@ -54,13 +75,15 @@ Addition::~Addition() {
     for (const uint64_t serial : serials_) {
         // Only after a change from within may an object of the batch be part of the problem.
         const int32_t i = index->find(serial);
-        const bool belongs = i >= 0 && i < count && i < PyList_GET_SIZE(list) &&
-                             registry_.serial(PyList_GET_ITEM(list, i)) == serial;
+        const Py_ssize_t position = i < 0 ? 0 : index->gaps().position(i);
+        const bool belongs = i >= 0 && i < count && position < PyList_GET_SIZE(list) &&
+                             registry_.serial(PyList_GET_ITEM(list, position)) == serial;
         if (!belongs) index->erase(serial);
     }
     serials_.clear();
     if (loading_) {
-        guarded_release(as_object(problem_), [&] { truncate(problem_->*registry_.list, base_); });
+        const Py_ssize_t length = Py_ssize_t{base_} + index->gaps().size();
+        guarded_release(as_object(problem_), [&] { truncate(list, length); });
     }
 }
 
@@ -78,7 +101,8 @@ void Addition::register_next(uint64_t serial) {
 }
 
 void Addition::finish_collection() {
-    const Py_ssize_t expected = static_cast<Py_ssize_t>(base_) + count();
+    const Py_ssize_t expected =
+        Py_ssize_t{base_} + (problem_->*registry_.index)->gaps().size() + count();
     if (int_attribute(problem_, registry_.count_attribute) != base_ ||
         PyList_GET_SIZE(problem_->*registry_.list) != expected) {
         raise(model_error(), "The problem was changed while objects for it were being collected");

@@ -24,6 +24,14 @@ extern const Registry kVariables, kConstraints, kSets;
 // Drop the items of one list that the library does not have; returns the library's count.
 int32_t sync_list(ProblemObject* p, const Registry& registry);
 
+// Deletions leave gaps in the list, which hold None, until there are many of them or until the list
+// is needed as it should be.
+void close_gaps(ProblemObject* p, const Registry& registry);
+// Borrowed; gaps or not. The index must be one of the problem's.
+inline PyObject* object_at(ProblemObject* p, const Registry& registry, int32_t index) noexcept {
+    return PyList_GET_ITEM(p->*registry.list, (p->*registry.index)->gaps().position(index));
+}
+
 // For calls that change the library: raises its error, but not what a callback left pending, so
 // that both sides stay in step. raise_pending() follows when they are.
 inline void check_change(int status, ProblemObject* p) {

@@ -73,42 +73,22 @@ int delete_in_library(ProblemObject* p, const Registry& registry,
     return NLRAdelsets(p->prob, count, positions.data());
 }
 
-// The new position of every old one, -1 for the deleted.
-std::vector<int32_t> renumbering(Py_ssize_t length, const std::vector<int32_t>& deleted) {
-    std::vector<int32_t> new_index(length);
-    auto next = deleted.begin();
-    int32_t kept = 0;
-    for (Py_ssize_t i = 0; i < length; ++i) {
-        if (next != deleted.end() && *next == i) {
-            new_index[i] = -1;
-            ++next;
-        } else {
-            new_index[i] = kept++;
-        }
-    }
-    return new_index;
-}
-
-// Move the kept items down, in their order, and the deleted ones, in any order, behind them.
-void compact(PyObject* list, const std::vector<int32_t>& new_index) noexcept {
-    PyObject** items = PySequence_Fast_ITEMS(list);
-    for (std::size_t i = 0; i < new_index.size(); ++i) {
-        if (new_index[i] >= 0) std::swap(items[new_index[i]], items[i]);
-    }
-}
-
 void delete_positions(ProblemObject* p, const Registry& registry,
                       const std::vector<int32_t>& positions) {
     if (positions.empty()) return;
-    const Ref list = Ref::borrow(p->*registry.list);
-    const std::vector<int32_t> new_index = renumbering(PyList_GET_SIZE(list.get()), positions);
+    // Released last, because that may run Python code.
+    std::vector<Ref> deleted;
+    deleted.reserve(positions.size());
+    IndexMap& map = *(p->*registry.index);
+    map.reserve_removal(positions.size());
     check_change(delete_in_library(p, registry, positions), p);
-    compact(list.get(), new_index);
-    (p->*registry.index)->renumber(new_index);
-    // Last, because releasing the objects may run Python code.
-    const Py_ssize_t length = PyList_GET_SIZE(list.get());
-    check_python(PyList_SetSlice(list.get(), length - static_cast<Py_ssize_t>(positions.size()),
-                                 length, nullptr));
+    PyObject** items = PySequence_Fast_ITEMS(p->*registry.list);
+    for (const int32_t index : positions) {
+        PyObject*& item = items[map.gaps().position(index)];
+        deleted.push_back(Ref::steal(std::exchange(item, none().release())));
+    }
+    map.remove(positions);
+    if (map.gaps().size() > common::Gaps::kMost) close_gaps(p, registry);
     raise_pending();
 }
 

@@ -33,11 +33,25 @@ void IndexMap::clear() noexcept {
     pages_.clear();
     pages_.shrink_to_fit();
     first_page_ = 0;
+    gaps_.clear();
+}
+
+void IndexMap::close_gaps() noexcept {
+    if (gaps_.empty()) return;
+    std::size_t hint = 0;
+    for (Page& page : pages_) {
+        if (!page) continue;
+        for (uint64_t i = 0; i < kPage; ++i) {
+            if (page[i] != 0) page[i] = gaps_.index(page[i] - 1, hint) + 1;
+        }
+    }
+    gaps_.clear();
 }
 
 IndexMap IndexMap::copy() const {
     IndexMap result;
     result.first_page_ = first_page_;
+    result.gaps_ = gaps_;
     result.pages_.resize(pages_.size());
     for (std::size_t i = 0; i < pages_.size(); ++i) {
         if (!pages_[i]) continue;

@@ -1,12 +1,14 @@
-// Registry from an object's serial to its library index: pages of 512 indices, found by a
-// directory, so that a look-up costs nanoseconds and an entry four bytes. Plain C++.
+// Registry from an object's serial to its library index: pages of 512 positions, found by a
+// directory, so that a look-up costs nanoseconds and an entry four bytes. Positions are indices
+// but for the gaps that deletions left, which are closed once there are many. Plain C++.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <vector>
+
+#include "common/gaps.hpp"
 
 namespace nalora {
 
@@ -15,34 +17,30 @@ class IndexMap {
     // Index of a serial, -1 when it is not registered.
     int32_t find(uint64_t serial) const noexcept {
         const int32_t* page = page_of(serial);
-        return page != nullptr ? page[serial % kPage] - 1 : -1;
+        const int32_t position = page != nullptr ? page[serial % kPage] - 1 : -1;
+        return gaps_.empty() || position < 0 ? position : gaps_.index(position);
     }
     bool contains(uint64_t serial) const noexcept { return find(serial) >= 0; }
     void set(uint64_t serial, int32_t index) {
         int32_t* page = page_of(serial);
         if (page == nullptr) page = make_page(serial);
-        page[serial % kPage] = index + 1;
+        page[serial % kPage] = gaps_.position(index) + 1;
     }
     void erase(uint64_t serial) noexcept;
     void clear() noexcept;
-    // Index i becomes new_index[i]; entries that get -1 or lie beyond new_index are removed. Keys
-    // stay as they were inserted, whatever happened to the objects since.
-    void renumber(std::span<const int32_t> new_index) noexcept {
-        for (Page& page : pages_) {
-            if (!page) continue;
-            for (uint64_t i = 0; i < kPage; ++i) {
-                if (page[i] == 0) continue;
-                const auto index = static_cast<std::size_t>(page[i] - 1);
-                page[i] = index < new_index.size() ? new_index[index] + 1 : 0;
-            }
-        }
-    }
+    // The objects of these indices, ascending and without repeats, are gone, whatever their
+    // serials; later ones move down. Cannot fail once room was made for as many.
+    void reserve_removal(std::size_t count) { gaps_.reserve(count); }
+    void remove(const std::vector<int32_t>& sorted) { gaps_.add(sorted); }
+    // A list beside the registry keeps the same gaps: the item of index i is at position(i).
+    const common::Gaps& gaps() const noexcept { return gaps_; }
+    void close_gaps() noexcept;
     // Entries as they are, for copying a problem.
     IndexMap copy() const;
 
   private:
     static constexpr uint64_t kPage = 512;
-    using Page = std::unique_ptr<int32_t[]>;  // index + 1, 0 for none
+    using Page = std::unique_ptr<int32_t[]>;  // position + 1, 0 for none
 
     // Null where nothing was ever registered.
     int32_t* page_of(uint64_t serial) const noexcept {
@@ -54,6 +52,7 @@ class IndexMap {
 
     uint64_t first_page_ = 0;
     std::vector<Page> pages_;
+    common::Gaps gaps_;
 };
 
 }  // namespace nalora

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "module/state.hpp"
+#include "problem/building.hpp"
 #include "problem/controls.hpp"
 
 namespace nalora {
@@ -254,6 +255,7 @@ void reset_problem(ProblemObject* p) {
 Ref copy_problem(ProblemObject* p) {
     require_initialised(p);
     sync_lists(p);
+    for (const Registry* registry : {&kVariables, &kConstraints, &kSets}) close_gaps(p, *registry);
     Ref object = allocate(&ProblemType);
     ProblemObject* copy = object.as<ProblemObject>();
     for (int i = 0; i < 3; ++i) {

@@ -5,6 +5,7 @@
 
 #include "module/parts.hpp"
 #include "module/state.hpp"
+#include "problem/building.hpp"
 #include "problem/lifecycle.hpp"
 #include "problem/walker.hpp"
 #include "support/numpy.hpp"
@@ -17,11 +18,15 @@ bool is_integer(PyObject* object) noexcept {
     return PyLong_Check(object) || PyArray_IsScalar(object, Integer);
 }
 
-// The object at an index; the list's own IndexError outside.
-Ref item_at(PyObject* list, PyObject* index) {
+Py_ssize_t index_value(PyObject* index) {
     const Py_ssize_t i = PyNumber_AsSsize_t(index, PyExc_IndexError);
     if (i == -1 && PyErr_Occurred() != nullptr) throw PythonError{};
-    PyObject* item = PyList_GetItem(list, i);
+    return i;
+}
+
+// The object at an index; the list's own IndexError outside.
+Ref item_at(PyObject* list, PyObject* index) {
+    PyObject* item = PyList_GetItem(list, index_value(index));
     if (item == nullptr) throw PythonError{};
     return Ref::borrow(item);
 }
@@ -60,7 +65,7 @@ Ref items_between(PyObject* list, int first, int last) {
     return take(PyList_GetSlice(list, begin, end));
 }
 
-Ref get_items(PyObject* self, PyObject* ProblemObject::*field, PyObject* args, PyObject* kwargs) {
+Ref get_items(PyObject* self, const Registry& registry, PyObject* args, PyObject* kwargs) {
     static const char* const keywords[] = {"index", "first", "last", nullptr};
     PyObject* index = nullptr;
     int first = -1;
@@ -72,8 +77,18 @@ Ref get_items(PyObject* self, PyObject* ProblemObject::*field, PyObject* args, P
     ProblemObject* p = as_problem(self);
     require_initialised(p);
     sync_lists(p);
+    const bool single = index != nullptr && is_integer(index) && first < 0 && last < 0;
+    if (single) {
+        const Py_ssize_t i = index_value(index);
+        const Py_ssize_t count =
+            PyList_GET_SIZE(p->*registry.list) - (p->*registry.index)->gaps().size();
+        if (i >= 0 && i < count) {
+            return Ref::borrow(object_at(p, registry, static_cast<int32_t>(i)));
+        }
+    }
+    close_gaps(p, registry);
     // The list may be replaced (reset) while the indices are walked.
-    const Ref list = Ref::borrow(p->*field);
+    const Ref list = Ref::borrow(p->*registry.list);
     if (index != nullptr && index != Py_None) {
         if (first >= 0 || last >= 0) {
             raise(model_error(),
@@ -88,15 +103,15 @@ Ref get_items(PyObject* self, PyObject* ProblemObject::*field, PyObject* args, P
 }
 
 PyObject* get_variable(PyObject* self, PyObject* args, PyObject* kwargs) noexcept {
-    return guarded([&] { return get_items(self, &ProblemObject::variables, args, kwargs); });
+    return guarded([&] { return get_items(self, kVariables, args, kwargs); });
 }
 
 PyObject* get_constraint(PyObject* self, PyObject* args, PyObject* kwargs) noexcept {
-    return guarded([&] { return get_items(self, &ProblemObject::constraints, args, kwargs); });
+    return guarded([&] { return get_items(self, kConstraints, args, kwargs); });
 }
 
 PyObject* get_sos(PyObject* self, PyObject* args, PyObject* kwargs) noexcept {
-    return guarded([&] { return get_items(self, &ProblemObject::sets, args, kwargs); });
+    return guarded([&] { return get_items(self, kSets, args, kwargs); });
 }
 
 int32_t index_of(ProblemObject* p, PyObject* object) {
