@@ -14,7 +14,7 @@ namespace nlra {
 
 namespace {
 
-// What is used of zlib; its binary interface has been stable since version 1.2.
+// What is used of zlib; its binary interface has been stable since version 1.2.4.
 struct Zlib {
     void* (*dopen)(int, const char*) = nullptr;
     int (*buffer)(void*, unsigned) = nullptr;
@@ -22,6 +22,7 @@ struct Zlib {
     int (*write)(void*, const void*, unsigned) = nullptr;
     int (*close)(void*) = nullptr;
     const char* (*error)(void*, int*) = nullptr;
+    off_t (*offset)(void*) = nullptr;
     bool loaded = false;
 
     Zlib() {
@@ -31,7 +32,8 @@ struct Zlib {
         if (library == nullptr) return;
         loaded = bind(library, "gzdopen", dopen) && bind(library, "gzbuffer", buffer) &&
                  bind(library, "gzread", read) && bind(library, "gzwrite", write) &&
-                 bind(library, "gzclose", close) && bind(library, "gzerror", error);
+                 bind(library, "gzclose", close) && bind(library, "gzerror", error) &&
+                 bind(library, "gzoffset64", offset);
     }
 
     template <class Function>
@@ -89,6 +91,10 @@ size_t GzipFile::read(char* buffer, size_t size) {
         if (code != 0) fail_io("cannot decompress");
     }
     return static_cast<size_t>(count);
+}
+
+size_t GzipFile::consumed() const {
+    return static_cast<size_t>(std::max<off_t>(zlib().offset(file_), 0));
 }
 
 void GzipFile::write(const char* data, size_t size) {

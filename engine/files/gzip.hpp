@@ -18,6 +18,8 @@ class GzipFile {
 
     // Returns 0 at the end. A damaged or truncated file throws Error NLRA_ERROR_FILE.
     size_t read(char* buffer, size_t size);
+    // How much of the compressed file has been read so far.
+    size_t consumed() const;
     void write(const char* data, size_t size);
     // Write what is still buffered and close; only this tells that all of it arrived.
     void close();

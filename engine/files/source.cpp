@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <system_error>
 
@@ -45,6 +46,19 @@ size_t read_some(int descriptor, char* buffer, size_t size, const std::string& f
     } while (count < 0 && errno == EINTR);
     if (count < 0) fail_errno(filename, "cannot read");
     return static_cast<size_t>(count);
+}
+
+// Text that is held to no limit: reading it costs little, whatever it may turn out to be.
+constexpr size_t kSmall = size_t{1} << 25;
+// Compression of models by more than this is unheard of: tenfold is common, a hundredfold rare. A
+// small file that grows to fill the memory is no model.
+constexpr size_t kMostExpansion = 200;
+
+// What the text of a model may take, which takes more memory than its text.
+size_t memory_limit() {
+    const long pages = ::sysconf(_SC_PHYS_PAGES), bytes = ::sysconf(_SC_PAGESIZE);
+    if (pages <= 0 || bytes <= 0) return std::numeric_limits<size_t>::max() / 4;
+    return std::max(kSmall, static_cast<size_t>(pages) / 2 * static_cast<size_t>(bytes));
 }
 
 bool is_gzip(const char* data, size_t size) {
@@ -100,14 +114,25 @@ Source Source::load(const std::string& filename) {
         fail(NLRA_ERROR_FILE, "%s: is not a regular file", filename.c_str());
     }
 
+    const auto file_size = static_cast<size_t>(status.st_size);
+    const size_t limit = memory_limit();
+    const auto check_size = [&](size_t size) {
+        if (size <= limit) return;
+        fail(NLRA_ERROR_FILE,
+             "%s: the text of the model takes more than half of this computer's memory (%zu MB)",
+             filename.c_str(), limit >> 20);
+    };
+    check_size(file_size);
+
     // One byte more than the size, so that the read that finds the end needs no growth.
-    size_t capacity = std::max<size_t>(static_cast<size_t>(status.st_size) + 1, 1u << 16);
+    size_t capacity = std::max<size_t>(file_size + 1, 1u << 16);
     Buffer buffer(static_cast<char*>(std::malloc(capacity + 1)));
     if (!buffer) throw std::bad_alloc();
     size_t size = 0;
     const auto read_all = [&](auto&& read) {
         while (const size_t count = read(buffer.get() + size, capacity - size)) {
             size += count;
+            check_size(size);
             if (size == capacity) grow(buffer, capacity);
         }
     };
@@ -123,7 +148,14 @@ Source Source::load(const std::string& filename) {
         }
         size = 0;
         GzipFile gzip(file.release(), false, filename);
-        read_all([&](char* to, size_t room) { return gzip.read(to, room); });
+        read_all([&](char* to, size_t room) {
+            if (size > std::max(kSmall, kMostExpansion * gzip.consumed())) {
+                fail(NLRA_ERROR_FILE,
+                     "%s: unpacks to more than %zu times as much, which no model does",
+                     filename.c_str(), kMostExpansion);
+            }
+            return gzip.read(to, room);
+        });
     }
     return Source(filename, std::move(buffer), size);
 }

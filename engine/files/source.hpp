@@ -11,7 +11,9 @@ namespace nlra {
 
 class Source {
   public:
-    // Load a file, decompressing it where its content is gzip's. Throws Error NLRA_ERROR_FILE.
+    // Load a file, decompressing it where its content is gzip's. Throws Error NLRA_ERROR_FILE, also
+    // for text that this computer has no memory for, and as soon as a compressed file shows that it
+    // is no model but made to fill the memory.
     static Source load(const std::string& filename);
     // The same from memory, for tests.
     static Source from_text(const std::string& filename, std::string_view text);

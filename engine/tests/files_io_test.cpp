@@ -1,4 +1,5 @@
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "files/gzip.hpp"
 #include "files_support.hpp"
 #include "nslp.h"
 
@@ -128,6 +130,13 @@ TEST("files: what cannot be read") {
         store(folder / "cut.mps.gz", whole.substr(0, size));
         expect(folder / "cut.mps.gz", "cannot decompress");
     }
+    // Blanks, which take a thousandth of their size.
+    GzipFile bomb(::open((folder / "bomb.lp.gz").c_str(), O_WRONLY | O_CREAT, 0666), true, "bomb");
+    const std::string blanks(1 << 20, ' ');
+    for (int i = 0; i < 40; ++i) bomb.write(blanks.data(), blanks.size());
+    bomb.close();
+    expect(folder / "bomb.lp.gz", "unpacks to more than 200 times as much");
+
     std::string damaged = whole;
     damaged[whole.size() / 2] ^= 0x55;
     store(folder / "bad.mps.gz", damaged);
