@@ -104,7 +104,7 @@ def test_a_model_that_was_read_can_be_changed_and_copied(tmp_path):
     q.addConstraint(nalora.exp(x) + y * z - x <= 4)
     assert solved(q) == pytest.approx(best, abs=1e-6)
     q.delVariable(z)
-    assert 'exp(x) + "größer als"*0' in text(q, tmp_path / "q")
+    assert "log(1 + 0)" in text(q, tmp_path / "q")
     q.setObjective(x + y)
     q.delConstraint([0, 1, 2])
     assert solved_linear(q) == -20

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "nonlinear/formula_count.hpp"
+#include "nonlinear/parts.hpp"
 
 namespace nalora {
 
@@ -60,6 +61,16 @@ class FormulaWriter {
                 return write_node(as_nonlinear(object), depth);
             case Kind::invalid:
                 raise(model_error(), "Unrecognized member of a nonlinear expression");
+        }
+    }
+
+    void write_sum(std::span<const FormulaTerm> terms, int depth) {
+        Series sum(tokens_, Op::sum, terms.size());
+        for (const FormulaTerm& term : terms) {
+            begin_term(term.factor);
+            write(term.object, depth);
+            end_term(term.factor);
+            sum.next();
         }
     }
 
@@ -279,6 +290,18 @@ void append_formula(FormulaTokens& tokens, PyObject* object, const IndexMap& col
     Appending appending(tokens);
     FormulaWriter(tokens, columns, register_function).write(object, kFormulaDepth);
     appending.finish();
+}
+
+Ref append_nonlinear_part(FormulaTokens& tokens, PyObject* object, const IndexMap& columns,
+                          RegisterFunction register_function) {
+    require_formula(object);
+    make_room(tokens, object);
+    TreeParts parts = split_tree(object);
+    if (parts.others.empty()) return std::move(parts.polynomial);
+    Appending appending(tokens);
+    FormulaWriter(tokens, columns, register_function).write_sum(parts.others, kFormulaDepth);
+    appending.finish();
+    return std::move(parts.polynomial);
 }
 
 NonlinearCoefficient append_coefficient_form(FormulaTokens& tokens, PyObject* object,

@@ -25,7 +25,7 @@
 
 #include "problem/index_map.hpp"
 #include "support/function_ref.hpp"
-#include "support/python.hpp"
+#include "support/ref.hpp"
 
 namespace nalora {
 
@@ -67,6 +67,11 @@ using RegisterFunction =
 // more tokens than an index counts, and for anything that is no part of a formula.
 void append_formula(FormulaTokens& tokens, PyObject* object, const IndexMap& columns,
                     RegisterFunction register_function);
+
+// The same but for the constant, linear and quadratic terms of the object: these, summed up, are
+// the expression returned. Nothing is appended where no more is left.
+Ref append_nonlinear_part(FormulaTokens& tokens, PyObject* object, const IndexMap& columns,
+                          RegisterFunction register_function);
 
 // What a term is, apart from the formula that it is multiplied by.
 struct NonlinearCoefficient {

@@ -190,9 +190,13 @@ void collect(ProblemObject* p, Addition& addition, ConstraintBatch& batch, PyObj
     batch.starts.push_back(static_cast<int64_t>(batch.columns.size()));
     double rhs = 0.0;
     if (kind == Kind::nonlinear) {
-        batch.formula_rows.push_back(addition.count());
-        batch.formula_starts.push_back(static_cast<int32_t>(batch.formulas.size()));
-        collect_formula(p, batch.formulas, c->body);
+        const auto start = static_cast<int32_t>(batch.formulas.size());
+        const Ref rest = collect_formula(p, batch.formulas, c->body);
+        if (batch.formulas.size() > static_cast<std::size_t>(start)) {
+            batch.formula_rows.push_back(addition.count());
+            batch.formula_starts.push_back(start);
+        }
+        rhs = BodyReader(*p->variable_index, batch).read(rest.get(), Kind::expression);
     } else {
         rhs = BodyReader(*p->variable_index, batch).read(c->body, kind);
     }

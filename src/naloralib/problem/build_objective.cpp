@@ -86,6 +86,20 @@ void add_quadratic(Objective& objective, const ProblemObject* p, uint64_t serial
                                    column1 == column2 ? 2.0 * coef : coef});
 }
 
+void add_expression(Objective& objective, const ProblemObject* p, const ExpressionObject* e) {
+    check_finite(e->constant);
+    objective.constant = e->constant;
+    const auto linear = e->linear.canonical();
+    const auto quadratic = e->quadratic.canonical();
+    objective.linear.reserve(linear.size());
+    objective.quadratic.reserve(quadratic.size());
+    for (const LinearEntry& entry : linear) add_linear(objective, p, entry.serial, entry.coef);
+    for (const QuadraticEntry& entry : quadratic) {
+        add_quadratic(objective, p, entry.serial1, entry.serial2, entry.coef);
+    }
+    sort_items(objective.quadratic);
+}
+
 Objective read_objective(ProblemObject* p, PyObject* object) {
     Objective objective;
     switch (kind_of(object)) {
@@ -104,26 +118,14 @@ Objective read_objective(ProblemObject* p, PyObject* object) {
             add_quadratic(objective, p, var_serial(term->var1), var_serial(term->var2), term->coef);
             return objective;
         }
-        case Kind::expression: {
-            const ExpressionObject* e = as_expression(object);
-            check_finite(e->constant);
-            objective.constant = e->constant;
-            const auto linear = e->linear.canonical();
-            const auto quadratic = e->quadratic.canonical();
-            objective.linear.reserve(linear.size());
-            objective.quadratic.reserve(quadratic.size());
-            for (const LinearEntry& entry : linear) {
-                add_linear(objective, p, entry.serial, entry.coef);
-            }
-            for (const QuadraticEntry& entry : quadratic) {
-                add_quadratic(objective, p, entry.serial1, entry.serial2, entry.coef);
-            }
-            sort_items(objective.quadratic);
+        case Kind::expression:
+            add_expression(objective, p, as_expression(object));
+            return objective;
+        case Kind::nonlinear: {
+            const Ref rest = collect_formula(p, objective.formula, object);
+            add_expression(objective, p, as_expression(rest.get()));
             return objective;
         }
-        case Kind::nonlinear:
-            collect_formula(p, objective.formula, object);
-            return objective;
         default:
             break;
     }
@@ -154,6 +156,21 @@ std::vector<QuadraticItem> present_quadratic(ProblemObject* p, int32_t columns) 
     return items;
 }
 
+// What the library holds now besides a formula.
+Objective present_terms(ProblemObject* p, int32_t columns) {
+    Objective present;
+    check_library(NLRAgetdblattrib(p->prob, NLRA_OBJCONSTANT, &present.constant), as_object(p));
+    std::vector<double> costs(columns);
+    if (columns > 0) {
+        check_library(NLRAgetobj(p->prob, costs.data(), 0, columns - 1), as_object(p));
+    }
+    for (int32_t column = 0; column < columns; ++column) {
+        if (costs[column] != 0.0) present.linear.push_back({column, costs[column]});
+    }
+    present.quadratic = present_quadratic(p, columns);
+    return present;
+}
+
 // Set the entries of `target` and remove those of `present` that are not among them.
 int change_quadratic(ProblemObject* p, const std::vector<QuadraticItem>& present,
                      const std::vector<QuadraticItem>& target) {
@@ -176,33 +193,45 @@ int change_quadratic(ProblemObject* p, const std::vector<QuadraticItem>& present
                           columns2.data(), values.data());
 }
 
-int change_linear(ProblemObject* p, const std::vector<double>& present,
-                  const Objective& objective) {
-    std::vector<char> is_set(present.size());
+int change_linear(ProblemObject* p, int32_t column_count, const Objective& present,
+                  const Objective& target) {
+    std::vector<char> is_set(column_count);
     std::vector<int32_t> columns;
     std::vector<double> values;
-    for (const LinearItem& item : objective.linear) {
+    for (const LinearItem& item : target.linear) {
         is_set[item.column] = 1;
         columns.push_back(item.column);
         values.push_back(item.value);
     }
-    for (std::size_t column = 0; column < present.size(); ++column) {
-        if (present[column] != 0.0 && !is_set[column]) {
-            columns.push_back(static_cast<int32_t>(column));
-            values.push_back(0.0);
-        }
+    for (const LinearItem& item : present.linear) {
+        if (is_set[item.column]) continue;
+        columns.push_back(item.column);
+        values.push_back(0.0);
     }
     columns.push_back(-1);
-    values.push_back(-objective.constant);
+    values.push_back(-target.constant);
     return NLRAchgobj(p->prob, static_cast<int>(columns.size()), columns.data(), values.data());
 }
 
-void change_formula(ProblemObject* p, const FormulaTokens& formula) {
-    if (formula.size() == 0 && !is_nonlinear(p)) return;
+// All terms or, with the error set, none.
+bool change_terms(ProblemObject* p, int32_t columns, const Objective& present,
+                  const Objective& target) {
+    if (change_quadratic(p, present.quadratic, target.quadratic) != 0) {
+        set_library_error(as_object(p));
+        return false;
+    }
+    if (change_linear(p, columns, present, target) != 0) {
+        set_library_error(as_object(p));
+        change_quadratic(p, target.quadratic, present.quadratic);
+        return false;
+    }
+    return true;
+}
+
+int change_formula(ProblemObject* p, const FormulaTokens& formula) {
     const bool none = formula.size() == 0;
-    check_change(NSLPchgformula(p->nonlinear, -1, none ? nullptr : types_of(formula),
-                                none ? nullptr : formula.values.data()),
-                 p);
+    return NSLPchgformula(p->nonlinear, -1, none ? nullptr : types_of(formula),
+                          none ? nullptr : formula.values.data());
 }
 
 }  // namespace
@@ -215,22 +244,14 @@ void set_objective(ProblemObject* p, PyObject* objective, const int* sense) {
     const Objective target = read_objective(p, object.get());
 
     const int32_t columns = int_attribute(p, NLRA_ORIGINALCOLS);
-    std::vector<double> present(columns);
-    if (columns > 0) {
-        check_library(NLRAgetobj(p->prob, present.data(), 0, columns - 1), as_object(p));
-    }
-    const std::vector<QuadraticItem> old_quadratic = present_quadratic(p, columns);
-    // What may be refused comes first: a formula stands alone, and the other terms, once they are
-    // loaded, are followed by the removal of an old formula only.
-    const bool has_formula = target.formula.size() != 0;
-    if (has_formula) change_formula(p, target.formula);
-    check_change(change_quadratic(p, old_quadratic, target.quadratic), p);
-    if (change_linear(p, present, target) != 0) {
+    const Objective present = present_terms(p, columns);
+    const bool has_formula = target.formula.size() != 0 || is_nonlinear(p);
+    if (!change_terms(p, columns, present, target)) throw PythonError();
+    if (has_formula && change_formula(p, target.formula) != 0) {
         set_library_error(as_object(p));
-        change_quadratic(p, target.quadratic, old_quadratic);
+        change_terms(p, columns, target, present);
         throw PythonError();
     }
-    if (!has_formula) change_formula(p, target.formula);
     if (sense != nullptr) check_change(NLRAchgobjsense(p->prob, *sense), p);
     raise_pending();
 }

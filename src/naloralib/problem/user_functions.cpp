@@ -96,12 +96,13 @@ void require_nonlinear_solver(ProblemObject* p) {
     raise(solver_error(), "The nonlinear solver is not available");
 }
 
-void collect_formula(ProblemObject* p, FormulaTokens& tokens, PyObject* object) {
+Ref collect_formula(ProblemObject* p, FormulaTokens& tokens, PyObject* object) {
     require_nonlinear_solver(p);
-    append_formula(tokens, object, *p->variable_index,
-                   [p](PyObject* callable, bool derivatives, std::size_t arguments) {
-                       return register_user_function(p, callable, derivatives, arguments);
-                   });
+    return append_nonlinear_part(tokens, object, *p->variable_index,
+                                 [p](PyObject* callable, bool derivatives, std::size_t arguments) {
+                                     return register_user_function(p, callable, derivatives,
+                                                                   arguments);
+                                 });
 }
 
 }  // namespace nalora

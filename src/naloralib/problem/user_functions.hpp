@@ -15,8 +15,9 @@ inline const int* types_of(const FormulaTokens& tokens) noexcept {
     return reinterpret_cast<const int*>(tokens.types.data());
 }
 
-// Append the formula of a row or of the objective, with its end token. The callables in it become
-// known to the nonlinear solver, and the problem keeps them alive. ModelError as append_formula().
-void collect_formula(ProblemObject* p, FormulaTokens& tokens, PyObject* object);
+// Append the formula of a row or of the objective and return the rest of it; see
+// append_nonlinear_part(). The callables in it become known to the nonlinear solver, and the
+// problem keeps them alive.
+Ref collect_formula(ProblemObject* p, FormulaTokens& tokens, PyObject* object);
 
 }  // namespace nalora
