@@ -50,9 +50,9 @@ size_t read_some(int descriptor, char* buffer, size_t size, const std::string& f
 
 // Text that is held to no limit: reading it costs little, whatever it may turn out to be.
 constexpr size_t kSmall = size_t{1} << 25;
-// Compression of models by more than this is unheard of: tenfold is common, a hundredfold rare. A
+// Large models are compressed to a fifth or a tenth, repeats without end to far less than this. A
 // small file that grows to fill the memory is no model.
-constexpr size_t kMostExpansion = 200;
+constexpr size_t kMostExpansion = 100;
 
 // What the text of a model may take, which takes more memory than its text.
 size_t memory_limit() {
