@@ -57,11 +57,39 @@ void read_mip_solution(const Model& model, const std::vector<double>& x, Solutio
     evaluate(model, solution);
 }
 
-bool has_free_column(const Model& model) {
+bool is_free(const Model& model, int col) {
+    return model.lower[col] <= -kInfinity && model.upper[col] >= kInfinity;
+}
+
+bool has_free_column(const Model& model, bool integral_only) {
     for (int j = 0; j < model.cols(); ++j) {
-        if (model.lower[j] <= -kInfinity && model.upper[j] >= kInfinity) return true;
+        if (is_free(model, j) && (!integral_only || is_integral(model.coltype[j]))) return true;
     }
     return false;
+}
+
+// With free integral columns near a point, or near zero.
+Model with_limits(const Model& model, const std::vector<double>& around) {
+    constexpr double kReach = 1e6;
+    Model limited = model;
+    limited.touch_structure();
+    for (int j = 0; j < model.cols(); ++j) {
+        if (!is_free(model, j) || !is_integral(model.coltype[j])) continue;
+        const double center = around.empty() ? 0.0 : std::round(around[j]);
+        limited.set_bounds(j, center - kReach, center + kReach);
+    }
+    return limited;
+}
+
+// Whether the first solution is better, by more than solvers are allowed to miss the optimum by.
+bool is_better(double sense, const MipOutcome& first, const MipOutcome& second,
+               const Params& params) {
+    if (!first.solution.present || !second.solution.present) return first.solution.present;
+    if (sense * first.solution.objective >= sense * second.solution.objective) return false;
+    MipOutcome gap = second;
+    gap.bound = first.solution.objective;
+    gap.gap = relative_gap(gap.solution.objective, gap.bound);
+    return !within_gap(gap, params);
 }
 
 // False when HiGHS will first solve a restricted problem to complete the start.
@@ -223,8 +251,41 @@ void LinearSolver::Impl::decide_unbounded(const Model& model, HighsSettings sett
     }
 }
 
+// HiGHS errs at times about models with free integral columns, which it calls solved at a point
+// that is not the best, but not with any bounds. What it says of the model must therefore be what
+// it says of a part of it.
 MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& params,
                                          const std::vector<double>& start, Monitor& monitor) {
+    MipOutcome outcome = search(model, params, start, monitor);
+    if (!has_free_column(model, true)) return outcome;
+    constexpr int kMaxAttempts = 3;
+    for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+        if (outcome.status != NLRA_MIP_OPTIMAL && outcome.status != NLRA_MIP_INFEAS) return outcome;
+        const Model part = with_limits(model, outcome.solution.x);
+        MipOutcome check = search(part, params, outcome.solution.x, monitor);
+        handover.forget();
+        check.nodes += outcome.nodes;
+        check.iterations += outcome.iterations;
+        check.improvements += outcome.improvements;
+        if (!is_better(model.sense, check, outcome, params)) {
+            outcome.nodes = check.nodes;
+            outcome.iterations = check.iterations;
+            return outcome;
+        }
+        outcome = search(model, params, check.solution.x, monitor);
+        outcome.nodes += check.nodes;
+        outcome.iterations += check.iterations;
+        if (!is_better(model.sense, check, outcome, params)) continue;
+        check.status = NLRA_MIP_SOLUTION;
+        check.bound = -model.sense * kInfinity;
+        update_gap(model.sense, check);
+        return check;
+    }
+    return outcome;
+}
+
+MipOutcome LinearSolver::Impl::search(const Model& model, const Params& params,
+                                      const std::vector<double>& start, Monitor& monitor) {
     MipOutcome outcome;
     if (model.cols() == 0) {
         const bool feasible = zero_is_feasible(model, params.get_double(kFeasTol));
@@ -238,7 +299,7 @@ MipOutcome LinearSolver::Impl::solve_mip(const Model& model, const Params& param
     settings.presolve_rules_off = rules_to_avoid(highs);
     // The jumps of free columns grow without end, until HiGHS sorts values that are no numbers and
     // crashes; those of tiny models take several times as long as the search.
-    settings.feasibility_jump = !is_tiny(model) && !has_free_column(model);
+    settings.feasibility_jump = !is_tiny(model) && !has_free_column(model, false);
     HighsModelStatus status = run_search(model, settings, start, monitor, outcome);
     update_gap(model.sense, outcome);
     if (status == HighsModelStatus::kOptimal && outcome.solution.present &&

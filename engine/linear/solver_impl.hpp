@@ -31,6 +31,8 @@ struct LinearSolver::Impl {
                          Monitor& monitor);
 
   private:
+    MipOutcome search(const Model& model, const Params& params, const std::vector<double>& start,
+                      Monitor& monitor);
     HighsModelStatus run_search(const Model& model, const HighsSettings& settings,
                                 const std::vector<double>& start, Monitor& monitor,
                                 MipOutcome& outcome);

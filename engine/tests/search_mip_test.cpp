@@ -269,6 +269,46 @@ TEST("mip: a cutoff admits better solutions only, for both senses") {
     CHECK(solve(1, 90, 100) == NLRA_MIP_INFEAS);
 }
 
+TEST("mip: models with free integral columns are solved to the end") {
+    // HiGHS called the first one solved at 11, and crashed on the second.
+    const struct {
+        std::vector<double> costs;
+        std::vector<std::pair<Terms, double>> at_most;
+        double best;
+    } models[] = {
+        {{-2, -1, 2, 0, 1, 1, 0},
+         {{{{0, 1}, {1, -2}, {2, 1}}, 4},
+          {{{6, -1}}, -1},
+          {{{2, -2}, {3, 1}}, -2},
+          {{{1, 1}, {2, -1}, {3, 1}}, 0},
+          {{{2, -2}, {3, 2}, {4, 1}, {5, -1}}, 0},
+          {{{2, 2}, {3, -2}, {4, -1}, {5, 1}}, 0},
+          {{{0, 1}, {1, 1}, {2, 2}, {6, 1}}, -3},
+          {{{2, -1}, {6, 1}}, 1}},
+         10.0},
+        {{2, 2, -2, 0, 0, 0, 0},
+         {{{{0, 1}, {1, 1}, {2, 1}}, 1},
+          {{{0, -2}, {1, 1}, {2, -1}}, -2},
+          {{{0, -2}, {1, -2}, {2, 1}}, 0},
+          {{{1, -2}, {2, 1}}, 2},
+          {{{1, 2}, {2, -1}}, -2},
+          {{{0, -4}, {1, 4}, {2, -3}}, -2}},
+         0.0},
+    };
+    for (const auto& [costs, at_most, best] : models) {
+        const bool is_first = best == 10.0;
+        TestProblem test;
+        for (int j = 0; j < 7; ++j) {
+            const bool integral = is_first ? j < 3 : j == 2;
+            test.col(costs[j], is_first && (j == 4 || j == 5) ? 0.0 : -kInf, kInf,
+                     integral ? 'I' : 'C');
+        }
+        for (const auto& [terms, side] : at_most) test.row(terms, 'L', side);
+        REQUIRE(test.mip() == NLRA_MIP_OPTIMAL);
+        CHECK_NEAR(test.mip_objective(), best, 1e-6);
+    }
+}
+
 TEST("mip: quadratic models are solved, or found not convex") {
     TestProblem test;  // min (x - 3)^2 + y, x + y >= 2
     const int x = test.col(-6, 0, 10);
