@@ -71,11 +71,12 @@ class NlpSolve {
         return static_cast<int>(std::clamp(kWork / size, kLeast, kMost));
     }
     // A value that no objective has which is bounded, at a point far from everything.
-    static bool runs_away(const NlpResult& result) {
-        constexpr double kFar = 1e8;
-        return result.objective < -kFar &&
-               std::any_of(result.x.begin(), result.x.end(),
-                           [](double v) { return std::fabs(v) > kFar; });
+    // Only points that are feasible for their size: all others prove nothing.
+    bool runs_away() const {
+        constexpr double kFar = 1e8, kFeasible = 1e-6;
+        double size = 0.0;
+        for (const double v : result_.x) size = std::max(size, std::fabs(v));
+        return result_.objective < -kFar && size > kFar && residuals_.violation <= kFeasible * size;
     }
 
     const Model& model_;
@@ -213,7 +214,7 @@ NlpSolve::Verdict NlpSolve::search(const NlpStart& start, bool is_warm, int most
         result_ = attempt(options, from);
         measured = look_closer();
         if (monitor_.should_stop()) return {NSLP_UNFINISHED, monitor_.reason(), measured};
-        if (measured && (runs_away(result_) || improves_without_end(model_, functions_, result_))) {
+        if (measured && (runs_away() || improves_without_end(model_, functions_, result_))) {
             return {NSLP_UNBOUNDED};
         }
         const Grade reached = measured ? grade() : Grade::kNone;

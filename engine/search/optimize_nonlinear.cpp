@@ -16,6 +16,7 @@
 #include "nonlinear/nonsmooth_formulas.hpp"
 #include "nonlinear/user_function.hpp"
 #include "search/convex_mip.hpp"
+#include "search/kink_descent.hpp"
 #include "search/monitor.hpp"
 #include "search/nonsmooth_solve.hpp"
 #include "search/report.hpp"
@@ -106,8 +107,10 @@ std::optional<NlpOutcome> solve_smooth_form(const nslp_problem& problem, const M
 void solve_continuous(nslp_problem& problem, const std::optional<Model>& smooth, Monitor& monitor) {
     Model& model = problem.base->model;
     std::optional<NlpOutcome> outcome;
+    bool has_kinks = function_kinds(model.formulas).nonsmooth;
     if (smooth) {
         outcome = solve_smooth_form(problem, *smooth, monitor);
+        if (outcome) has_kinks = function_kinds(smooth->formulas).nonsmooth;
         if (!outcome) monitor.log(1, "Trying again with subgradients at all kinks");
     }
     if (!outcome) {
@@ -115,6 +118,7 @@ void solve_continuous(nslp_problem& problem, const std::optional<Model>& smooth,
         outcome =
             solve_nlp_locally(model, controls, nlp_options(problem.interior, controls), monitor);
     }
+    if (has_kinks) settle_kinks(problem, *outcome, monitor);
     model.formulas.last = end_of(*outcome);
     problem.result.status = outcome->status;
     problem.result.stop = outcome->stop;

@@ -137,6 +137,20 @@ def test_where_no_position_is_convex_the_optimum_is_local(capfd):
     assert "subgradients are used" in capfd.readouterr().out
 
 
+@pytest.mark.parametrize("n", [6, 20])
+def test_points_at_kinks_are_optima_in_all_directions(n):
+    a, b = free(), free()
+    errors = [a * t + b - 3 * t - (-1) ** t * (t * t % 7) for t in range(n)]
+    smooth = 0.01 * nalora.exp(0.1 * a)
+    best = optimum(nalora.problem(a, b, nalora.Sum(nalora.abs(e) for e in errors) + smooth))
+    r = [nalora.var() for _ in errors]
+    p = nalora.problem(a, b, r, [v == nalora.abs(e) for v, e in zip(r, errors)])
+    p.setObjective(nalora.Sum(r) + smooth)
+    p.solve()
+    assert p.getProbStatusString() in (LOCAL, GLOBAL)
+    assert p.getObjVal() == pytest.approx(best, abs=1e-5)
+
+
 def test_problems_without_an_optimum():
     x, y = free(), free()
     p = nalora.problem(x, y, nalora.exp(x) + nalora.abs(y) <= 0.5, x + y >= 1, x)
