@@ -50,8 +50,8 @@ size_t read_some(int descriptor, char* buffer, size_t size, const std::string& f
 
 // Text that is held to no limit: reading it costs little, whatever it may turn out to be.
 constexpr size_t kSmall = size_t{1} << 25;
-// Large models are compressed to a fifth or a tenth, repeats without end to far less than this. A
-// small file that grows to fill the memory is no model.
+// Large models become five to ten times smaller when they are compressed; what becomes smaller by
+// more than this is the same text again and again, made to fill the memory.
 constexpr size_t kMostExpansion = 100;
 
 // What the text of a model may take, which takes more memory than its text.

@@ -33,15 +33,16 @@ std::vector<int> compose(const std::vector<int>& known_map, int known,
     return composed;
 }
 
+// Whole runs between the deleted places move down.
 template <class T>
-void compact(std::vector<T>& vector, const std::vector<int>& map) {
-    size_t kept = 0;
-    for (size_t i = 0; i < map.size(); ++i) {
-        if (map[i] < 0) continue;
-        if (kept != i) vector[kept] = std::move(vector[i]);
-        ++kept;
+void compact(std::vector<T>& vector, const std::vector<int>& sorted) {
+    auto to = vector.begin() + sorted.front();
+    for (size_t k = 0; k < sorted.size(); ++k) {
+        const auto from = vector.begin() + sorted[k] + 1;
+        const auto end = k + 1 < sorted.size() ? vector.begin() + sorted[k + 1] : vector.end();
+        to = std::move(from, end, to);
     }
-    vector.erase(vector.begin() + static_cast<std::ptrdiff_t>(kept), vector.end());
+    vector.erase(to, vector.end());
 }
 
 // Rows renumbered without touching what they hold, hence without memory.
@@ -58,10 +59,10 @@ void compact(std::map<int, T>& by_row, const std::vector<int>& map) {
 }
 
 // Values that need not be there for all.
-void compact_known(std::vector<double>& values, const std::vector<int>& map) {
+void compact_known(std::vector<double>& values, int size, const std::vector<int>& sorted) {
     if (values.empty()) return;
-    values.resize(map.size());
-    compact(values, map);
+    values.resize(static_cast<size_t>(size));
+    compact(values, sorted);
 }
 
 // The order of terms survives, as the map keeps the order of columns.
@@ -132,13 +133,13 @@ void Model::remove_rows(const std::vector<int>& sorted) {
         touch_structure();
     }
     matrix.compact_rows(map);
-    compact(rowtype, map);
-    compact(rhs, map);
-    compact(range, map);
+    compact(rowtype, sorted);
+    compact(rhs, sorted);
+    compact(range, sorted);
     compact(qrows, map);
     compact(indicators, map);
     compact(formulas.rows, map);
-    compact_known(formulas.last.dual, map);
+    compact_known(formulas.last.dual, static_cast<int>(map.size()), sorted);
 }
 
 void Model::remove_cols(const std::vector<int>& sorted) {
@@ -152,11 +153,11 @@ void Model::remove_cols(const std::vector<int>& sorted) {
     touch_structure();
     matrix.compact_cols(map);
     for (const int col : sorted) entities_ -= coltype[col] != 'C';
-    compact(obj, map);
-    compact(lower, map);
-    compact(upper, map);
-    compact(limit, map);
-    compact(coltype, map);
+    compact(obj, sorted);
+    compact(lower, sorted);
+    compact(upper, sorted);
+    compact(limit, sorted);
+    compact(coltype, sorted);
     compact_terms(qobj, map);
     for (auto row = qrows.begin(); row != qrows.end();) {
         compact_terms(row->second, map);
@@ -164,15 +165,14 @@ void Model::remove_cols(const std::vector<int>& sorted) {
     }
     for (Set& set : sets) compact_set(set, map);
     formulas.renumber_columns(map);
-    compact_known(formulas.last.x, map);
-    compact_known(formulas.last.dj, map);
+    compact_known(formulas.last.x, static_cast<int>(map.size()), sorted);
+    compact_known(formulas.last.dj, static_cast<int>(map.size()), sorted);
     for (auto& [row, indicator] : indicators) indicator.col = map[indicator.col];
 }
 
 void Model::delete_sets(const std::vector<int>& sorted) {
-    const std::vector<int> map = deletion_map(static_cast<int>(sets.size()), sorted);
     setnames.reserve_removal(sorted.size());
-    compact(sets, map);
+    compact(sets, sorted);
     setnames.remove(sorted);
     touch_structure();
 }

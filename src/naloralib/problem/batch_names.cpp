@@ -73,10 +73,12 @@ int BatchNames::load_numbers(ProblemObject* p, const Addition& addition, int32_t
     static_assert(sizeof(int64_t) == sizeof(uint64_t));
     const auto* numbers = reinterpret_cast<const int64_t*>(addition.serials().data()) + first;
     const int32_t base = addition.base() + first;
-    const std::unique_ptr<int[]> taken(new int[end - first]);  // mostly never touched
+    int few[8];
+    const std::unique_ptr<int[]> many(end - first > 8 ? new int[end - first] : nullptr);
+    int* const taken = many != nullptr ? many.get() : few;  // mostly never touched
     int count = 0;
     int status = NLRAnumbernames(p->prob, naming.type, numbers, base, addition.base() + end - 1,
-                                 &count, taken.get());
+                                 &count, taken);
     for (int k = 0; k < count && status == 0; ++k) {
         const int32_t index = base + taken[k];
         status = rename(p, naming, object_at(p, addition.registry(), index), index);
