@@ -43,20 +43,15 @@ def test_log_goes_to_the_stdout_of_the_moment():
     assert log_of(problem) != ""
 
 
-@pytest.mark.parametrize(
-    ("value", "enabled"), [(True, True), (0, False), (-7, True), (1 << 80, True), (False, False)]
-)
-def test_output_flag_values(value, enabled):
-    assert nalora.setOutputEnabled(value) is None
-    assert nalora.getOutputEnabled() is enabled
-
-
-@pytest.mark.parametrize("value", ["x", None, 1.0, [True]], ids=repr)
-def test_output_flag_refuses(value):
-    with pytest.raises(SystemError, match="should be True or False") as caught:
-        nalora.setOutputEnabled(value)
-    assert type(caught.value.__cause__) is nalora.ModelError
-    assert nalora.getOutputEnabled() is True
+def test_output_flag():
+    for value, enabled in [(True, True), (0, False), (-7, True), (1 << 80, True), (False, False)]:
+        assert nalora.setOutputEnabled(value) is None
+        assert nalora.getOutputEnabled() is enabled
+    for value in ["x", None, 1.0, [True]]:
+        with pytest.raises(SystemError, match="should be True or False") as caught:
+            nalora.setOutputEnabled(value)
+        assert type(caught.value.__cause__) is nalora.ModelError
+        assert nalora.getOutputEnabled() is False
 
 
 def test_messages_of_copies_and_of_reset_problems():
@@ -163,11 +158,7 @@ def test_handler_arguments():
     assert type(thread).__name__ == "generic"
     assert got_data is data
     assert (type(message), type(kind), type(code)) == (str, int, int)
-
-
-def test_handlers_work_without_output():
-    recorder = Recorder()
-    nalora.addcbmsghandler(recorder, None, 0)
+    recorder.calls.clear()
     nalora.setOutputEnabled(False)
     assert log_of(small_problem()) == ""
     assert recorder.calls
@@ -221,31 +212,20 @@ def test_handler_that_raises_stops_the_solve():
     assert problem.getObjVal() == -3
 
 
-def test_handlers_that_remove_handlers():
-    recorder = Recorder()
+def test_handlers_that_remove_and_add_handlers():
+    removed, added = Recorder(), Recorder()
 
-    def remover(*_):
+    def change(*_):
         nalora.removecbmsghandler()
         gc.collect()
+        nalora.addcbmsghandler(added, None, 0)
 
-    nalora.addcbmsghandler(remover, None, 5)
-    nalora.addcbmsghandler(recorder, [], 0)  # follows in the round in which it is removed
-    log_of(small_problem())
-    assert recorder.calls == []
-    assert nalora.removecbmsghandler() is None
-
-
-def test_handler_that_adds_handlers():
-    recorder = Recorder()
-
-    def adder(*_):
-        nalora.removecbmsghandler(adder)
-        nalora.addcbmsghandler(recorder, None, 0)
-
-    nalora.addcbmsghandler(adder, None, 0)
+    nalora.addcbmsghandler(change, None, 5)
+    nalora.addcbmsghandler(removed, [], 0)  # follows in the round in which it is removed
     log_of(small_problem())
     log_of(small_problem())
-    assert recorder.calls
+    assert removed.calls == []
+    assert added.calls
 
 
 class Index:

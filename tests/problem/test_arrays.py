@@ -151,6 +151,34 @@ def test_sets_indicators_and_low_level_methods(xp):
         p.chgbounds(unset(1, nalora.npvar), ["U"], [1.0])
 
 
+class Unscannable:
+    __iter__ = None
+
+    def __getitem__(self, _):
+        raise AssertionError
+
+
+def nested(item, levels, wrap):
+    for _ in range(levels):
+        item = wrap(item)
+    return item
+
+
+def list_ring():
+    ring = []
+    ring.append(ring)
+    return ring
+
+
+def array_ring():
+    ring = np.empty(1, dtype=object)
+    ring[0] = ring
+    return ring
+
+
+TOO_DEEP = "Maximum recursion (inclusion) level reached"
+
+
 @pytest.mark.parametrize(
     ("make", "text"),
     [
@@ -158,7 +186,7 @@ def test_sets_indicators_and_low_level_methods(xp):
         (lambda x: unset(1, nalora.npexpr), "Incorrect "),
         (lambda x: unset((), nalora.npconstraint), "Incorrect "),
         (lambda x: [np.concatenate([x[0], unset(1, nalora.npvar)])], "Incorrect "),
-        (lambda x: np.array([1, 2]), WRONG_TYPE),
+        (lambda x: [x[0, 0], np.array([1, 2])], WRONG_TYPE),
         (lambda x: np.array(["a", "b"]), WRONG_TYPE),
         (lambda x: np.array([[1.0, 2.0]]), NOT_VARIABLES),
         (lambda x: np.array([True, False]), NOT_VARIABLES),
@@ -167,16 +195,25 @@ def test_sets_indicators_and_low_level_methods(xp):
         (lambda x: [x, x[1, 1]], "Variable already added to problem"),
         (lambda x: np.broadcast_to(x[0, 0], 10**12), "Variable already added to problem"),
         (lambda x: wrapped([x[0, 0], [x[1]]], None), NOT_VARIABLES),
+        (lambda x: [x, {x[0, 0]}], NOT_VARIABLES),
+        (lambda x: [x, "x"], NOT_VARIABLES),
+        (lambda x: [x, Unscannable()], "Cannot iterate over sequence"),
+        (lambda x: nested(x, 33, lambda item: [item]), TOO_DEEP),
+        (lambda x: nested(x, 33, lambda item: wrapped(item, ())), TOO_DEEP),
+        (lambda x: list_ring(), TOO_DEEP),
+        (lambda x: array_ring(), TOO_DEEP),
     ],
 )
-def test_arrays_that_are_refused_leave_the_problem_as_it_was(make, text):
+def test_what_is_refused_leaves_the_problem_as_it_was(make, text):
     x = variables(2, 3)
-    p = nalora.problem()
+    p, bad = nalora.problem(), make(x)
     with fails(text):
-        p.addVariable(make(x))
+        p.addVariable(bad)
     assert sizes(p) == (0, 0, 0)
-    p.addVariable(x)
+    p.addVariable(nested(x, 32, lambda item: wrapped(item, ())))
     assert is_same(p.getVariable(), x.ravel().tolist())
+    if isinstance(bad, np.ndarray) and bad.dtype == object and bad.shape == (1,):
+        bad[0] = None  # holds itself
 
 
 def test_constraints_that_are_refused_leave_the_problem_as_it_was(xp):
@@ -194,20 +231,6 @@ def test_constraints_that_are_refused_leave_the_problem_as_it_was(xp):
         assert sizes(p) == (12, 0, 0)
     p.addConstraint(rows, np.zeros(0, dtype=nalora.npconstraint), x[:0] <= 1, np.zeros((0, 3)))
     assert sizes(p) == (12, 4, 0)
-
-
-def test_depth_limit_through_arrays():
-    nested = x = variables(4)
-    for _ in range(33):
-        nested = wrapped(nested, ())
-    with fails("Maximum recursion (inclusion) level reached"):
-        nalora.problem().addVariable(nested)
-    nested = x
-    for _ in range(32):
-        nested = wrapped(nested, ())
-    p = nalora.problem()
-    p.addVariable(nested)
-    assert sizes(p) == (4, 0, 0)
 
 
 class Trap:
