@@ -89,9 +89,20 @@ bool is_convex_form(const std::vector<QuadTerm>& terms, double sign, const StopP
     return factorization.is_positive_definite(entries);
 }
 
+bool ProvenForms::contains(int row, double sign, const std::vector<QuadTerm>& terms) const {
+    const auto found = forms_.find(row);
+    return found != forms_.end() && found->second.first == sign && found->second.second == terms;
+}
+
+void ProvenForms::add(int row, double sign, const std::vector<QuadTerm>& terms) {
+    forms_[row] = {sign, terms};
+}
+
 namespace {
 
-std::string find_nonconvex_part(const Model& model, const StopPoll& poll) {
+std::string find_nonconvex_part(const Model& model, const StopPoll& poll, ProvenForms* proven) {
+    // Rows come and go.
+    if (proven != nullptr && proven->size() > 2 * model.qrows.size() + 1) proven->clear();
     // A product with a fixed column is linear.
     std::vector<QuadTerm> scratch;
     const auto fixed = [&](int col) { return model.lower[col] == model.upper[col]; };
@@ -105,8 +116,17 @@ std::string find_nonconvex_part(const Model& model, const StopPoll& poll) {
         std::copy_if(terms.begin(), terms.end(), std::back_inserter(scratch), is_free);
         return scratch;
     };
+    // A form stays convex when columns of it are fixed.
+    const auto is_convex = [&](int row, const std::vector<QuadTerm>& all_terms, double sign) {
+        if (proven != nullptr && proven->contains(row, sign, all_terms)) return true;
+        const std::vector<QuadTerm>& terms = free_terms(all_terms);
+        if (proven != nullptr && proven->contains(row, sign, terms)) return true;
+        if (!is_convex_form(terms, sign, poll)) return false;
+        if (proven != nullptr) proven->add(row, sign, terms);
+        return true;
+    };
 
-    if (!is_convex_form(free_terms(model.qobj), model.sense, poll)) {
+    if (!is_convex(ProvenForms::kObjective, model.qobj, model.sense)) {
         return model.sense < 0.0 ? "objective (its quadratic part is not concave)"
                                  : "objective (its quadratic part is not convex)";
     }
@@ -121,9 +141,9 @@ std::string find_nonconvex_part(const Model& model, const StopPoll& poll) {
         const char* reason = nullptr;
         if (has_upper && has_lower) {
             reason = "an equation or range with quadratic terms";
-        } else if (has_upper && !is_convex_form(terms, 1.0, poll)) {
+        } else if (has_upper && !is_convex(row, all_terms, 1.0)) {
             reason = "its quadratic part, bounded above, is not convex";
-        } else if (has_lower && !is_convex_form(terms, -1.0, poll)) {
+        } else if (has_lower && !is_convex(row, all_terms, -1.0)) {
             reason = "its quadratic part, bounded below, is not concave";
         }
         if (reason != nullptr) return "row " + model.rownames.get(row) + " (" + reason + ")";
@@ -133,9 +153,9 @@ std::string find_nonconvex_part(const Model& model, const StopPoll& poll) {
 
 }  // namespace
 
-std::string find_nonconvexity(const Model& model, const StopPoll& poll) {
+std::string find_nonconvexity(const Model& model, const StopPoll& poll, ProvenForms* proven) {
     try {
-        return find_nonconvex_part(model, poll);
+        return find_nonconvex_part(model, poll, proven);
     } catch (const FactorizationStopped&) {
         return {};
     }

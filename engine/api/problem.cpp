@@ -5,6 +5,7 @@
 #include "api/boundary.hpp"
 #include "api/text_out.hpp"
 #include "linear/linear_solver.hpp"
+#include "nonlinear/qp_memory.hpp"
 
 nlra_problem::nlra_problem() : controls(nlra::control_table()) {}
 
@@ -92,6 +93,7 @@ int NLRAcopyprob(NLRAprob dest, NLRAprob source, const char* name) {
         to.mip_starts = std::move(starts);
         to.info = source->info;
         to.linear.reset();
+        to.quadratic.reset();
     });
 }
 

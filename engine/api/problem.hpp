@@ -21,7 +21,8 @@ struct nslp_problem;
 
 namespace nlra {
 
-class LinearSolver;  // linear/linear_solver.hpp
+class LinearSolver;     // linear/linear_solver.hpp
+class QuadraticMemory;  // nonlinear/qp_memory.hpp
 
 template <class Function>
 struct CallbackEntry {
@@ -78,7 +79,9 @@ struct nlra_problem {
     nlra::Solution lp_solution;   // relaxation or continuous problem
     nlra::Solution mip_solution;  // incumbent
     std::vector<nlra::MipStart> mip_starts;
-    std::unique_ptr<nlra::LinearSolver> linear;  // kept between solves for warm starts
+    // Kept between solves for warm starts.
+    std::unique_ptr<nlra::LinearSolver> linear;
+    std::unique_ptr<nlra::QuadraticMemory> quadratic;
 
     // Held by whoever changes, solves or reads results of the problem (api/boundary.hpp);
     // `holder` is the thread that does.

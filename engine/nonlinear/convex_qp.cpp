@@ -6,6 +6,7 @@
 
 #include "nonlinear/qp_attempts.hpp"
 #include "nonlinear/qp_certificates.hpp"
+#include "nonlinear/qp_memory.hpp"
 #include "nonlinear/qp_reduce.hpp"
 
 namespace nlra {
@@ -43,7 +44,7 @@ Verdict solve(const QuadraticProgram& program, const double* start, QpRun& run, 
 }  // namespace
 
 LpOutcome solve_convex_quadratic(const Model& model, const Params& params, Monitor& monitor,
-                                 const double* start) {
+                                 const double* start, QuadraticMemory* memory) {
     QpRun run{monitor, params.get_double(kFeasTol), params.get_double(kOptTol),
               static_cast<long>(params.get_int(kIterLimit))};
     LpOutcome outcome;
@@ -66,6 +67,16 @@ LpOutcome solve_convex_quadratic(const Model& model, const Params& params, Monit
         outcome.solution = expand(model, reduced, point, true);
         return outcome;
     }
+    const auto finish = [&] {
+        outcome.status = NLRA_LP_OPTIMAL;
+        outcome.solution = expand(model, reduced, point, true);
+        if (memory != nullptr) memory->record(reduced, point);
+    };
+    if (memory != nullptr && !memory->empty() && memory->resume(reduced, run, point)) {
+        monitor.log(1, "Optimal by the active set of the last solve");
+        finish();
+        return outcome;
+    }
     monitor.log(1, "Interior point method: %d columns, %d rows (%zu quadratic)", program.columns,
                 program.rows, program.forms.size());
     std::vector<double> first;
@@ -79,8 +90,7 @@ LpOutcome solve_convex_quadratic(const Model& model, const Params& params, Monit
     outcome.iterations = run.iterations;
     switch (verdict) {
         case Verdict::kOptimal:
-            outcome.status = NLRA_LP_OPTIMAL;
-            outcome.solution = expand(model, reduced, point, true);
+            finish();
             break;
         case Verdict::kInfeasible:
             outcome.status = NLRA_LP_INFEAS;

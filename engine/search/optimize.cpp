@@ -16,6 +16,7 @@
 #include "linear/linear_solver.hpp"
 #include "linear/relaxation.hpp"
 #include "nonlinear/convex_qp.hpp"
+#include "nonlinear/qp_memory.hpp"
 #include "search/convex_mip.hpp"
 #include "search/convex_relaxation.hpp"
 #include "search/mip_start.hpp"
@@ -44,6 +45,11 @@ LinearSolver& linear_solver(nlra_problem& problem) {
     return *problem.linear;
 }
 
+QuadraticMemory& quadratic_memory(nlra_problem& problem) {
+    if (!problem.quadratic) problem.quadratic = std::make_unique<QuadraticMemory>();
+    return *problem.quadratic;
+}
+
 // Fills in the time, however a solve ends.
 class Clock {
   public:
@@ -61,8 +67,9 @@ class Clock {
 // the solve after it ends at its first poll.
 std::unique_ptr<StandIn> require_convex(nlra_problem& problem, Monitor& monitor, bool mip) {
     if (!problem.model.is_quadratic()) return nullptr;
-    const std::string what =
-        find_nonconvexity(problem.model, [&monitor] { return monitor.should_stop(); });
+    const std::string what = find_nonconvexity(
+        problem.model, [&monitor] { return monitor.should_stop(); },
+        &quadratic_memory(problem).proven);
     if (what.empty()) return nullptr;
     std::unique_ptr<StandIn> stand_in = convex_stand_in(problem, monitor);
     if (stand_in || monitor.should_stop()) return stand_in;
@@ -90,7 +97,8 @@ LpOutcome solve_quadratic(nlra_problem& problem, Monitor& monitor) {
     const bool plain = is_plain(model);
     const auto solve = [&](const Model& continuous) {
         return continuous.formulas.empty()
-                   ? solve_convex_quadratic(continuous, problem.controls, monitor, nullptr)
+                   ? solve_convex_quadratic(continuous, problem.controls, monitor, nullptr,
+                                            &quadratic_memory(problem))
                    : solve_convex_relaxation(continuous, problem.controls, monitor);
     };
     LpOutcome outcome = solve(plain ? model : relaxed_copy(model));

@@ -348,6 +348,48 @@ TEST("convex qp: least squares are optimal when they are said to be, however ill
     CHECK(unfinished < 12);
 }
 
+TEST("convex qp: whatever was edited, a solve ends as that of a fresh problem does") {
+    Random random(31);
+    int optimal = 0;
+    for (int trial = 0; trial < 12; ++trial) {
+        TestProblem test;
+        plant(test, random, {trial % 3 != 0, trial % 4 == 3, trial % 2 == 1});
+        Model& model = test.model;
+        for (int edit = 0; edit < 12; ++edit) {
+            const int j = random.integer(0, model.cols() - 1);
+            const int i = random.integer(0, std::max(0, model.rows() - 1));
+            const int kind = edit == 0 ? 0 : random.integer(model.rows() > 0 ? 0 : 3, 8);
+            if (kind == 1) model.set_rhs(i, model.rhs[i] + random.real(-0.5, 0.5));
+            if (kind == 2) model.delete_rows({i});
+            if (kind == 3) model.set_cost(j, model.obj[j] + random.real(-1, 1));
+            if (kind == 4) model.set_bounds(j, random.real(-3, 0), random.real(0, 3));
+            if (kind == 5) test.row({{j, random.real(1, 2)}}, 'L', random.real(0, 4));
+            if (kind == 6 && model.cols() > 1) model.delete_cols({j});
+            if (kind == 7) {
+                const int col = test.col(random.real(-1, 1), 0, 2);
+                model.set_qobj({{col, col, model.sense * random.real(0.5, 2)}});
+            }
+            if (kind == 8) {
+                double square = model.sense;
+                for (const QuadTerm& term : model.qobj) {
+                    if (term.col1 == j && term.col2 == j) square += term.value;
+                }
+                model.set_qobj({{j, j, square}});
+            }
+            TestProblem fresh;
+            fresh.model = model;
+            const int status = fresh.lp();
+            CHECK(test.lp() == status);
+            if (status != NLRA_LP_OPTIMAL) continue;
+            ++optimal;
+            const double scale = 1.0 + std::fabs(fresh.objective());
+            CHECK_NEAR(test.objective(), fresh.objective(), 1e-7 * scale);
+            CHECK(quadratic_kkt_error(model, test.problem.lp_solution) < 1e-6 * scale);
+        }
+    }
+    CHECK(optimal > 50);
+}
+
 TEST("convex qp: a portfolio by variance and by return gives the same mix") {
     Random random(5);
     const int n = 40;
