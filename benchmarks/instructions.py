@@ -7,6 +7,7 @@ Each operation runs 20,000 and 40,000 times under valgrind; the difference of th
 it takes, the interpreter's own loop (the row "pass") subtracted.
 """
 
+import os
 import re
 import shutil
 import subprocess
@@ -33,7 +34,10 @@ def count(operation, times):
         out = Path(folder) / "out"
         command = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={out}"]
         done = subprocess.run(
-            [*command, sys.executable, "-c", code], capture_output=True, text=True
+            [*command, sys.executable, "-c", code],
+            capture_output=True,
+            text=True,
+            env={**os.environ, "PYTHONHASHSEED": "0"},  # or the interpreter's tables differ
         )
     found = re.search(r"Collected : (\d+)", done.stderr)
     if done.returncode != 0 or not found:

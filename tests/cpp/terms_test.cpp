@@ -67,8 +67,9 @@ struct Map {
     void ensure() {
         if (!terms) terms.emplace();
     }
+    // Adding zero changes nothing, but for a quadratic term that scaling made zero: it goes.
     void add(Key key, double coef) {
-        if (coef == 0.0) return;
+        if (coef == 0.0 && (std::is_integral_v<Key> || !terms || !terms->contains(key))) return;
         ensure();
         const auto [it, inserted] = terms->try_emplace(key, coef);
         if (inserted) return;

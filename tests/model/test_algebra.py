@@ -12,7 +12,16 @@ VARIABLES = [nalora.var(f"v{i}") for i in range(5)]
 VALUES = {v: float(value) for v, value in zip(VARIABLES, (2, -1, 3, 0, 5))}
 NUMBERS = st.sampled_from([-3, -2, -1, 0, 1, 2, 3, 0.5, -1.5, True])
 
-LEAVES = st.one_of(NUMBERS, st.sampled_from(VARIABLES))
+V = VARIABLES
+# Expressions of several lengths, some with coefficients that scaling made zero.
+LONG = [
+    V[0] + V[1] + 2,
+    0 * (V[0] + V[1] - V[2] * V[3]),
+    0 * (V[0] * V[0] + V[1] * V[1] + V[0] * V[1]) + V[4],
+    nalora.Sum(v * w for v in V for w in V) + V[3],
+    (V[2] + 3 * V[3]) - V[2] - 3 * V[3],
+]
+LEAVES = st.one_of(NUMBERS, st.sampled_from(VARIABLES), st.sampled_from(LONG))
 OPERATORS = st.sampled_from([operator.add, operator.sub, operator.mul])
 IN_PLACE = {operator.add: operator.iadd, operator.sub: operator.isub, operator.mul: operator.imul}
 
@@ -43,14 +52,20 @@ def run(steps, leaf):
 
 
 def number(o):
-    return VALUES[o] if isinstance(o, nalora.var) else o
+    return o if isinstance(o, (int, float)) else nalora.evaluate(o, solution=VALUES)
+
+
+def coefficients(o):
+    variables, coefs = o.extractLinear()
+    firsts, seconds, quadratic = o.extractQuadratic()
+    return dict(zip(variables + list(zip(firsts, seconds)), coefs + quadratic))
 
 
 def degree_fits(value):
     return abs(value) < 2**40
 
 
-@settings(max_examples=120, deadline=None)
+@settings(max_examples=80, deadline=None)
 @given(formulas())
 def test_values_agree(steps):
     symbolic = run(steps, lambda o: o)
@@ -59,6 +74,21 @@ def test_values_agree(steps):
         if not degree_fits(n):
             break
         assert nalora.evaluate(s, solution=VALUES) == n
+
+
+# Zero coefficients come from scaling and stay where they are. A sum takes none over from its right
+# operand, whichever is the longer one.
+@settings(max_examples=50, deadline=None)
+@given(formulas())
+def test_sums_of_expressions_add_coefficients(steps):
+    results = [r for r in run(steps, lambda o: o) if type(r).__name__ == "expression"]
+    for left, right in zip(results, results[1:] + LONG):
+        a, b = coefficients(left), coefficients(right)
+        for total, sign in ((left + right, 1), (nalora.Sum(left, right), 1), (left - right, -1)):
+            expected = {key: a.get(key, 0) + sign * b.get(key, 0) for key in {**a, **b}}
+            found = coefficients(total)
+            assert {k: c for k, c in found.items() if c} == {k: c for k, c in expected.items() if c}
+            assert all(a.get(k) == 0 for k, c in found.items() if c == 0)
 
 
 @settings(max_examples=80, deadline=None)

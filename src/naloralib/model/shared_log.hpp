@@ -109,7 +109,8 @@ class SharedLog {
         uint32_t before_previous;
         uint8_t views_at_end : 2;
         bool previous_is_single : 1;
-        bool ascending : 1;       // for the derived class; kept when entries are copied
+        bool ascending : 1;  // for the derived class, as the next; kept when entries are copied
+        bool zeros : 1;
         bool pinned : 1;          // spans of the entries may be in use
         uint8_t inline_capacity;  // entries that fit behind this header, whether used or not
 
@@ -220,6 +221,7 @@ class SharedLog {
         for (uint32_t i = 0; i < length_; ++i) block->entries[i].template retain<Owner>();
         block->size = length_;
         block->ascending = block_->ascending;
+        block->zeros = block_->zeros;
         adopt(block);
     }
 

@@ -99,14 +99,21 @@ Ref onto_right(PyObject* a, PyObject* b, double s) {
     return result;
 }
 
+std::size_t raw_size(const ExpressionObject* e) noexcept {
+    return e->linear.raw_size() + e->quadratic.raw_size();
+}
+
+// Whether a + b is b + a to the last detail. Zero coefficients stay those of the left operand only,
+// and a constant remains one when terms are added to it that have cancelled.
+bool commutes(const ExpressionObject* a, const ExpressionObject* b) noexcept {
+    return !a->linear.may_hold_zeros() && !a->quadratic.may_hold_zeros() &&
+           !b->linear.may_hold_zeros() && !b->quadratic.may_hold_zeros() && !is_constant(a);
+}
+
+// The longer operand of a sum is the one to share.
 Ref expressions(PyObject* a, PyObject* b, double s) {
-    // Adding is the same in either order; the longer operand is the one to share.
-    const auto size = [](PyObject* o) {
-        const ExpressionObject* e = as_expression(o);
-        return e->linear.raw_size() + e->quadratic.raw_size();
-    };
-    const bool swap = s == 1.0 && size(b) > size(a);
-    if (swap) std::swap(a, b);
+    const ExpressionObject *e = as_expression(a), *f = as_expression(b);
+    if (s == 1.0 && raw_size(f) > raw_size(e) && commutes(e, f)) std::swap(a, b);
     return onto_left<Kind::expression>(a, b, s);
 }
 

@@ -5,7 +5,8 @@
 // expression term by term costs amortised constant time per term although no expression changes.
 // A log may hold a variable several times; canonical() sorts by serial, adds up in the order of
 // insertion and drops sums that became exactly zero, which is what an ordered map updated term by
-// term would hold. Zeros that come from scaling stay, as they would in a map.
+// term would hold. Zeros that come from scaling stay where they arose, as they would in a map, but
+// are not added to other terms.
 //
 // A default-made container has no log: the expression never had such a term. One whose terms all
 // cancelled keeps its log; callers distinguish the two by exists().
@@ -83,17 +84,23 @@ class Terms : private SharedLog<Entry, Owner> {
         result.reserve(terms.size() + extra);
         for (Entry entry : terms) {
             entry.coef *= factor;
+            if (entry.coef == 0.0) [[unlikely]]
+                result.block_->zeros = true;
             result.push(entry);
         }
         return result;
     }
+
+    // False when no term has the coefficient zero.
+    bool may_hold_zeros() const noexcept { return exists() && block_->zeros; }
 
     // Create the log if there is none, so that exists() holds, with room for so many more terms.
     void ensure(std::size_t capacity) { Log::reserve(capacity); }
 
     // Add coef to the entry's coefficient. A zero coefficient adds nothing, but see ensure().
     void add(const Entry& entry) {
-        if (entry.coef == 0.0) return;
+        if (entry.coef == 0.0) [[unlikely]]
+            return add_zero(entry);
         if (!Log::has_room()) [[unlikely]]
             make_room(1);
         push_term(entry);
@@ -110,7 +117,10 @@ class Terms : private SharedLog<Entry, Owner> {
         for (std::size_t i = 0; i < terms.size(); ++i) {
             Entry entry = terms[i];
             entry.coef *= factor;
-            if (entry.coef == 0.0) continue;
+            if (entry.coef == 0.0) [[unlikely]] {
+                add_zero(entry);
+                continue;
+            }
             if (!Log::has_room()) make_room(terms.size() - i);
             push_term(entry);
         }
@@ -136,6 +146,18 @@ class Terms : private SharedLog<Entry, Owner> {
 
     // A log of at least so many terms is compacted before it grows, if that halves it.
     static constexpr std::size_t kCompactionSize = 1024;
+
+    // A quadratic coefficient that is zero already goes when zero is added to it: an entry that
+    // comes up repeatedly with the sum zero is no term, one that comes up twice here neither.
+    [[gnu::noinline]] void add_zero(const Entry& entry) {
+        if constexpr (requires { entry.serial2; }) {
+            if (!may_hold_zeros()) return;
+            for (int i = 0; i < 2; ++i) {
+                if (!Log::has_room()) make_room(1);
+                push_term(entry);
+            }
+        }
+    }
 
     [[gnu::noinline]] void make_room(std::size_t extra) {
         if (!exists()) return Log::reserve(std::max(extra, Log::kFirstCapacity));
@@ -173,6 +195,7 @@ class Terms : private SharedLog<Entry, Owner> {
         for (const Entry& entry : merged) entry.template retain<Owner>();
         std::copy(merged.begin(), merged.end(), block->entries);
         block->size = static_cast<uint32_t>(merged.size());
+        block->zeros = block_->zeros;
         Log::adopt(block);
     }
 };
