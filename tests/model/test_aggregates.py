@@ -189,6 +189,26 @@ def test_nothing_is_left_behind(x):
     assert -blocks(300) + blocks(1000) < 100
 
 
+def test_long_products_are_flat(x):
+    values = dict(zip(x, [1.0, 0.5, 2.0, -1.0, 1.0, 3.0]))
+    p = nalora.problem(x)
+    start = nalora.sin(x[0])
+    for ones in ([-1, 2, 0.5], [nalora.Sum(2), -0.5], [-1]):  # numbers, as they come between
+        factors = [f for i in range(500) for f in (x[i % 4], x[2] - x[1], start + x[4], *ones)]
+        result = nalora.Prod(factors)
+        expected = 1.0
+        for f in factors:
+            expected *= nalora.evaluate(f, solution=values)
+        assert nalora.evaluate(result, solution=values) == pytest.approx(expected, rel=1e-10)
+        p.addConstraint(result <= 1)
+        assert "MAX RECURS" not in str(result)
+    assert str(nalora.Prod(start, x[1], 3, x[2], -1, x[3], 2)) == "(sin (x0) * x1 * x2 * x3 * -6.0)"
+    assert str(nalora.Prod(start, x[1], 3, 0)) == "0.0"
+    assert [str(e) for e in nalora.Prod(start, -1, np.array(x[:2]))] == [
+        "(- (sin (x0)) * x0)", "(- (sin (x0)) * x1)"
+    ]  # fmt: skip
+
+
 @pytest.mark.parametrize("power", [1, 3], ids=["linear", "nonlinear"])
 def test_linear_time(power):
     def seconds(n):

@@ -3,6 +3,7 @@
 import time
 
 import pytest
+from conftest import allocated
 
 import nalora
 
@@ -146,6 +147,54 @@ def test_chains_of_a_million_nodes_are_printed_and_released():
     del tree, copied
     constraint.name = nested(100_000)
     del constraint
+
+
+@pytest.mark.parametrize(
+    ("levels", "step"),
+    [
+        (40, lambda f: f * f),
+        (40, lambda f: f.__imul__(f)),
+        (40, lambda f: f / f),
+        (40, lambda f: f + f),
+        (40, lambda f: nalora.Sum(f, f, 1)),
+        (40, lambda f: nalora.max(f, f)),
+        (40, lambda f: nalora.user(lambda a, b: a - b / 2, f, f)),
+        (28, lambda f: nalora.sin(f) * f),
+        (20, lambda f: nalora.sin(f) + f * f),
+        # the sums are not shared, what they share is their arguments
+        (28, lambda f: (f + x) * (f + y)),
+        (2, lambda f: nalora.max(*[f] * 100_000)),
+    ],
+)
+def test_trees_that_stand_for_huge_ones_are_handled_as_they_are_stored(levels, step):
+    def work():
+        tree, value, point = x / y + x - 1, 1.0, {x: 1.0, y: 1.0}
+        for _ in range(levels):
+            tree = step(tree)
+            value = nalora.evaluate(step(z), solution={**point, z: value})
+        assert repr(nalora.evaluate(tree, solution=point)) == repr(value)
+        assert 50_000 < len(str(tree)) < 50_100 and str(tree).endswith(" ...")
+        assert sum(tree.extractLinear()[1]) == (2**40 if 2**40 <= value < 2**42 else 0)
+        with pytest.raises(nalora.ModelError, match=r"formula is too long|tree depth"):
+            nalora.naloralib._formula(nalora.problem(x, y), (tree <= 1).copy().body)
+
+    work()
+    before = allocated()
+    work()
+    assert allocated() - before < 20
+
+
+def test_a_sum_shared_with_its_own_terms_is_released():
+    def work():
+        total = f + g + x
+        total = total + nalora.exp(total)
+        return [total <= k for k in range(5)]
+
+    work()
+    before = allocated()
+    for _ in range(100):
+        work()
+    assert allocated() - before < 20
 
 
 def test_extraction_looks_through_sums_and_differences():

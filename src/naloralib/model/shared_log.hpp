@@ -44,6 +44,9 @@ class SharedLog {
     // Whether there is a log at all; it may be empty.
     bool exists() const noexcept { return block_ != nullptr; }
     uint32_t size() const noexcept { return length_; }
+    // Whether other views of the log exist, and whether another one is of the same log.
+    bool is_shared() const noexcept { return block_ != nullptr && block_->views > 1; }
+    bool shares_with(const SharedLog& o) const noexcept { return block_ == o.block_; }
 
     // One entry. The reference is valid until anything is appended to any view of the log.
     const Entry& operator[](uint32_t index) const noexcept { return block_->entries[index]; }

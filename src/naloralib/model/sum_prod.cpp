@@ -4,6 +4,7 @@
 #include "model/aggregate.hpp"
 #include "model/operands.hpp"
 #include "model/operators.hpp"
+#include "nonlinear/node.hpp"
 
 namespace nalora {
 
@@ -138,17 +139,62 @@ bool is_one(PyObject* object) {
     return operand_kind(object) == Kind::number && operand_value(object) == 1.0;
 }
 
+// A product in the making. A nonlinear one stays flat: it takes further factors as arguments of one
+// node, and the numbers among them as one number at the end.
+class Multiplication {
+  public:
+    void multiply(PyObject* factor) {
+        if (!product_) {
+            product_ = Ref::borrow(factor);
+        } else if (!is_one(factor) && !append(factor)) {
+            finish();
+            product_ = is_one(product_.get()) ? Ref::borrow(factor)
+                                              : combine<nalora::multiply>(product_.get(), factor);
+        }
+    }
+
+    Ref result() {
+        if (!product_) return make_float(0.0);
+        finish();
+        return checked(std::move(product_));
+    }
+
+  private:
+    // False when the product is not nonlinear, and for what no node can hold.
+    bool append(PyObject* factor) {
+        if (kind_of(product_.get()) != Kind::nonlinear) return false;
+        const Kind kind = operand_kind(factor);
+        if (kind == Kind::invalid) return false;
+        if (kind == Kind::number) {
+            number_ *= operand_value(factor);
+        } else if (kind == Kind::expression && is_constant(as_expression(factor))) {
+            number_ *= as_expression(factor)->constant;
+        } else {
+            extend(factor);
+        }
+        return true;
+    }
+
+    void extend(PyObject* factor) {
+        const bool is_product = as_nonlinear(product_.get())->op == Op::product;
+        product_ = (is_product ? extended_product : nonlinear_product)(product_.get(), factor);
+    }
+
+    void finish() {
+        if (number_ == 1.0) return;
+        extend(make_float(number_).get());
+        number_ = 1.0;
+    }
+
+    Ref product_;
+    double number_ = 1.0;  // a factor besides, of nonlinear products
+};
+
 PyObject* product(PyObject*, PyObject* args) noexcept {
     return guarded([&] {
-        Ref result;
-        for_each_element(args, [&](PyObject* factor, bool) {
-            if (!result || is_one(result.get())) {
-                result = Ref::borrow(factor);
-            } else if (!is_one(factor)) {
-                result = combine<multiply>(result.get(), factor);
-            }
-        });
-        return result ? checked(std::move(result)) : make_float(0.0);
+        Multiplication multiplication;
+        for_each_element(args, [&](PyObject* factor, bool) { multiplication.multiply(factor); });
+        return multiplication.result();
     });
 }
 
@@ -169,7 +215,8 @@ const PyMethodDef kFunctions[] = {
      "Prod(*factors)\n--\n\n"
      "Multiply variables, terms, expressions, nonlinear expressions and numbers.\n\n"
      "factors: the factors, or one collection of them; the same collections as for Sum.\n\n"
-     "Returns a modeling object or a number; 0.0 without factors.\n\n"
+     "Returns a modeling object or a number; 0.0 without factors. Any number of factors makes one\n"
+     "level of a nonlinear expression.\n\n"
      "Raises ModelError for anything else among the factors and for arrays of other types."},
 };
 

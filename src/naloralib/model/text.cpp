@@ -6,7 +6,12 @@
 
 namespace nalora {
 
-void TextPieces::add(Ref piece) { check_python(PyList_Append(list_.get(), piece.get())); }
+void TextPieces::add(Ref piece) {
+    check_python(PyList_Append(list_.get(), piece.get()));
+    if (PyUnicode_Check(piece.get())) {
+        length_ += static_cast<std::size_t>(PyUnicode_GetLength(piece.get()));
+    }
+}
 
 void TextPieces::add(const char* ascii) { add(take(PyUnicode_FromString(ascii))); }
 

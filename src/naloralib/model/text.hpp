@@ -17,10 +17,12 @@ class TextPieces {
     void add_name(const VarObject* v);
     // "x*y", or "x**2" for a square.
     void add_product(const VarObject* x, const VarObject* y);
+    std::size_t length() const noexcept { return length_; }  // characters so far
     Ref join() const;
 
   private:
     Ref list_;
+    std::size_t length_ = 0;
 };
 
 // As C's "%g" writes it, but in any locale; `sign` adds a plus.

@@ -43,16 +43,27 @@ Ref plus_number(PyObject* f, Ref number) {
 }
 
 Ref plus_term(PyObject* sum, PyObject* term) {
-    ArgumentLog log = argument_log(as_nonlinear(sum));
+    ArgumentLog log = log_to_extend(as_nonlinear(sum), term);
     log.append({term});
     return finish_sum(std::move(log), number_of(sum));
 }
 
-// Appends the arguments of the shorter sum to those of the longer one.
+// Appends the arguments of the shorter sum to those of the longer one, unless it has so many that
+// sums which double again and again (f = f + f) would fill the memory.
 Ref sum_of_sums(PyObject* a, PyObject* b) {
+    constexpr uint32_t kLongest = 1U << 18;
+    const auto size = [](PyObject* sum) {
+        const NonlinearObject* node = as_nonlinear(sum);
+        return argument_count(node) - (trailing_number(node) != nullptr ? 1 : 0);
+    };
+    if (size(a) < size(b)) std::swap(a, b);
+    if (size(b) > kLongest) {
+        PyObject* const sums[] = {a, b};
+        return make_nary(Op::sum, sums);
+    }
     Ref number = merged(number_of(a), number_of(b));
-    ArgumentLog longer = argument_log(as_nonlinear(a)), shorter = argument_log(as_nonlinear(b));
-    if (longer.size() < shorter.size()) std::swap(longer, shorter);
+    const ArgumentLog shorter = argument_log(as_nonlinear(b));
+    ArgumentLog longer = log_to_extend(as_nonlinear(a), b);
     longer.reserve(shorter.size());
     for (uint32_t i = 0; i < shorter.size(); ++i) {
         const NodeArgument argument = shorter[i];
@@ -139,7 +150,7 @@ Ref extended_product(PyObject* a, PyObject* b) {
         Ref simple = product_by_number(operand_value(factor.get()), a);
         if (simple) return simple;
     }
-    ArgumentLog log = argument_log(as_nonlinear(a));
+    ArgumentLog log = log_to_extend(as_nonlinear(a), factor.get());
     log.append({factor.get()});
     return logged_node(Op::product, std::move(log), Ref());
 }

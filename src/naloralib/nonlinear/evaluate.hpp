@@ -9,12 +9,14 @@ namespace nalora {
 
 struct ProblemObject;
 class PointValues;
+struct TreeMemory;
 
 struct EvaluationContext {
     ProblemObject* problem = nullptr;  // null in dictionary mode without a problem
     PointValues* values = nullptr;     // by column; null in dictionary mode
     PyObject* dictionary = nullptr;    // borrowed; set in dictionary mode
     bool from_getsolution = false;     // then integers and names stand for columns
+    TreeMemory* memory = nullptr;      // set while a tree is evaluated
 };
 
 inline constexpr int kEvaluationDepth = 64;

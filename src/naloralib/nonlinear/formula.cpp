@@ -11,6 +11,9 @@ namespace nalora {
 namespace {
 
 constexpr uint64_t kMaxTokens = std::numeric_limits<int32_t>::max();
+// Of one formula. What shares its subtrees again and again would take all memory before that many
+// could be written; no formula without sharing comes near.
+constexpr uint64_t kMaxFormula = uint64_t{1} << 26;
 
 // By operator code. Conjunctions are minima and disjunctions maxima of values that are 0 or 1; a
 // user function's value is the index it is registered under.
@@ -255,7 +258,7 @@ void require_formula(PyObject* object) {
 
 void make_room(FormulaTokens& tokens, PyObject* object) {
     const uint64_t used = std::min<uint64_t>(tokens.size() + 1, kMaxTokens);
-    tokens.make_room(count_tokens(object, kMaxTokens - used) + 1);
+    tokens.make_room(count_tokens(object, std::min(kMaxTokens - used, kMaxFormula)) + 1);
 }
 
 int32_t factor_column(PyObject* var, const IndexMap& columns) {

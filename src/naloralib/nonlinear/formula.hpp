@@ -64,7 +64,8 @@ using RegisterFunction =
 // in the tree is written as often. On an exception the tokens are as they were before.
 //
 // ModelError for a variable without a column, for trees of more than 64 levels, for formulas of
-// more tokens than an index counts, and for anything that is no part of a formula.
+// more than 2^26 tokens or of more altogether than an index counts, and for anything that is no
+// part of a formula.
 void append_formula(FormulaTokens& tokens, PyObject* object, const IndexMap& columns,
                     RegisterFunction register_function);
 

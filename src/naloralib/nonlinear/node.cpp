@@ -87,6 +87,42 @@ ArgumentLog argument_log(const NonlinearObject* node) {
     return log;
 }
 
+namespace {
+
+// Whether a tree may hold a node whose arguments are a view of this log. True also for trees that
+// are too large to tell.
+bool may_refer_to(PyObject* tree, const ArgumentLog& log) {
+    constexpr std::size_t kLooked = 64;
+    PyObject* pending[kLooked] = {tree};
+    std::size_t looked = 0, found = 1;
+    while (looked < found) {
+        PyObject* o = pending[looked++];
+        if (kind_of(o) != Kind::nonlinear) continue;
+        const NonlinearObject* node = as_nonlinear(o);
+        if (node->logged && node->many.log.shares_with(log)) return true;
+        const uint32_t count = argument_count(node);
+        if (count > kLooked - found) return true;
+        for (uint32_t i = 0; i < count; ++i) pending[found++] = argument(node, i);
+    }
+    return false;
+}
+
+}  // namespace
+
+// A log must not come to hold what holds a view of it (s + exp(s) in the log of s): the two would
+// keep each other alive. Where such an argument cannot be excluded the new node gets a log of its
+// own. It can where nobody but the caller, who may have two references, knows the node.
+ArgumentLog log_to_extend(const NonlinearObject* node, PyObject* added) {
+    if (!node->logged) return argument_log(node);
+    const ArgumentLog& log = node->many.log;
+    const bool known_elsewhere = log.is_shared() || Py_REFCNT(node) > 2;
+    if (!known_elsewhere || !may_refer_to(added, log)) return log.share();
+    ArgumentLog copy;
+    copy.reserve(log.size() + 4);
+    for (uint32_t i = 0; i < log.size(); ++i) copy.append(log[i]);
+    return copy;
+}
+
 Ref make_unary(Op op, PyObject* argument) {
     if (PyTuple_Check(argument) || PyList_Check(argument)) {
         raise(model_error(),

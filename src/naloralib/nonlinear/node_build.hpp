@@ -12,7 +12,10 @@ using NodeObjects = FreeList<NonlinearObject, NonlinearType>;
 Ref few_node(Op op, PyObject* first, PyObject* second);
 Ref logged_node(Op op, ArgumentLog log, Ref number);
 
-// The arguments but for the number, for a node that is to have more of them.
+// The arguments but for the number, for a node that is to have one more of them, or those of a
+// further node.
+ArgumentLog log_to_extend(const NonlinearObject* node, PyObject* added);
+// The same for a node that gets no more arguments.
 ArgumentLog argument_log(const NonlinearObject* node);
 
 }  // namespace nalora

@@ -10,10 +10,13 @@ namespace nalora {
 namespace {
 
 constexpr int kDepth = 64;
+// Trees that share subtrees may stand for texts that no memory holds.
+constexpr std::size_t kLongest = 50'000;
 
 class NodeWriter {
   public:
     void write(PyObject* o, int depth) {
+        if (is_full()) return;
         if (depth < 0) return pieces_.add("[MAX RECURS LEV]");
         switch (kind_of(o)) {
             case Kind::number:
@@ -32,27 +35,30 @@ class NodeWriter {
                 return pieces_.add("user");  // a callable: nothing else can be an argument
         }
     }
-    Ref join() const { return pieces_.join(); }
+    Ref join() {
+        if (is_full()) pieces_.add(" ...");
+        return pieces_.join();
+    }
 
   private:
+    // What comes after the piece that fills the text is left out, closing brackets too.
+    bool is_full() const noexcept { return pieces_.length() >= kLongest; }
+
     // Function notation is "max (x, y)", infix is "(x + y)".
     void write_node(const NonlinearObject* node, int depth) {
-        // Shared arguments are written wherever they occur, which may take long.
-        if ((++nodes_ & 0x3FF) == 0) check_python(PyErr_CheckSignals());
         const OperatorRow& row = operator_row(node->op);
         const uint32_t count = argument_count(node);
         if (!row.infix) pieces_.add(std::string(row.symbol) + " (");
         if (row.infix) pieces_.add("(");
         const std::string separator = row.infix ? " " + std::string(row.symbol) + " " : ", ";
-        for (uint32_t i = 0; i < count; ++i) {
+        for (uint32_t i = 0; i < count && !is_full(); ++i) {
             if (i > 0) pieces_.add(separator);
             write(argument(node, i), depth - 1);
         }
-        pieces_.add(")");
+        if (!is_full()) pieces_.add(")");
     }
 
     TextPieces pieces_;
-    unsigned nodes_ = 0;
 };
 
 }  // namespace

@@ -1,11 +1,25 @@
 #include "nonlinear/tree_value.hpp"
 
 #include <cmath>
+#include <unordered_map>
 
 #include "model/operands.hpp"
 #include "problem/solution_values.hpp"
 
 namespace nalora {
+
+// Values of the subtrees that occur at several places, remembered after many visits: before, it
+// would cost more than it saves.
+struct TreeMemory {
+    struct Known {
+        double value;
+        int depth;  // the budget that sufficed
+    };
+    static constexpr unsigned kForgotten = 1U << 14;  // visits that leave no trace
+
+    unsigned visits = 0;
+    std::unordered_map<PyObject*, Known> values;
+};
 
 namespace {
 
@@ -18,7 +32,19 @@ class Arguments {
 
     uint32_t count() const noexcept { return argument_count(node_); }
     PyObject* object(uint32_t index) const noexcept { return argument(node_, index); }
-    double value(uint32_t index) const { return evaluate_object(object(index), context_, depth_); }
+    double value(uint32_t index) const {
+        PyObject* o = object(index);
+        TreeMemory& memory = *context_.memory;
+        if (memory.visits < TreeMemory::kForgotten || !may_occur_elsewhere(o)) [[likely]]
+            return evaluate_object(o, context_, depth_);
+        const auto found = memory.values.find(o);
+        if (found != memory.values.end() && found->second.depth <= depth_) {
+            return found->second.value;
+        }
+        const double result = evaluate_object(o, context_, depth_);
+        memory.values.insert_or_assign(o, TreeMemory::Known{result, depth_});
+        return result;
+    }
     // The values of the point, whatever the code does that runs from here on.
     void settle() const {
         if (context_.values != nullptr) context_.values->all();
@@ -29,6 +55,12 @@ class Arguments {
     }
 
   private:
+    // Several nodes refer to it, or a log of arguments that several nodes share does.
+    bool may_occur_elsewhere(PyObject* o) const noexcept {
+        const bool shared = Py_REFCNT(o) > 1 || (node_->logged && node_->many.log.is_shared());
+        return shared && kind_of(o) == Kind::nonlinear;
+    }
+
     const NonlinearObject* node_;
     const EvaluationContext& context_;
     int depth_;
@@ -166,12 +198,7 @@ double user_value(const Arguments& arguments) {
     return value;
 }
 
-}  // namespace
-
-double tree_value(const NonlinearObject* node, const EvaluationContext& context, int depth) {
-    // Shared arguments are evaluated wherever they occur, which may take long.
-    static unsigned calls = 0;
-    if ((++calls & 0xFFFF) == 0) check_python(PyErr_CheckSignals());
+double node_value(const NonlinearObject* node, const EvaluationContext& context, int depth) {
     const Arguments arguments(node, context, depth - 1);
     const uint32_t count = arguments.count();
     switch (node->op) {
@@ -207,6 +234,19 @@ double tree_value(const NonlinearObject* node, const EvaluationContext& context,
             arguments.require(1);
             return unary_value(node->op, arguments.value(0));
     }
+}
+
+}  // namespace
+
+double tree_value(const NonlinearObject* node, const EvaluationContext& context, int depth) {
+    if (context.memory == nullptr) {
+        TreeMemory memory;
+        EvaluationContext remembering = context;
+        remembering.memory = &memory;
+        return node_value(node, remembering, depth);
+    }
+    if ((++context.memory->visits & 0xFFFF) == 0) check_python(PyErr_CheckSignals());
+    return node_value(node, context, depth);
 }
 
 }  // namespace nalora

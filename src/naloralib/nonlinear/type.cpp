@@ -1,4 +1,6 @@
 // The type nalora.nonlinear.
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "model/common_methods.hpp"
@@ -29,31 +31,66 @@ PyObject* text(PyObject* self) noexcept {
 
 // ---- linear and quadratic terms -------------------------------------------------------------
 
-// Visits the terms that are added up at the top of a tree, each with its sign: through sums,
-// differences and negations, of any depth and in order.
-template <class Visit>
-void visit_summands(PyObject* root, Visit&& visit) {
-    struct Summand {
-        PyObject* object;
-        double sign;
+bool is_summation(PyObject* o) noexcept {
+    if (kind_of(o) != Kind::nonlinear) return false;
+    const Op op = as_nonlinear(o)->op;
+    return op == Op::sum || op == Op::minus || op == Op::negation;
+}
+
+double argument_sign(const NonlinearObject* node, uint32_t index) noexcept {
+    return node->op == Op::negation || (node->op == Op::minus && index == 1) ? -1.0 : 1.0;
+}
+
+// Walks the sums, differences and negations at the top of a tree, of any depth: each node once, in
+// the order in which they are met, its arguments handed to `enter` before the node to `leave`.
+template <class Enter, class Leave>
+void walk_summations(PyObject* root, Enter&& enter, Leave&& leave) {
+    struct Position {
+        PyObject* node;
+        uint32_t next;
     };
-    std::vector<Summand> todo{{root, 1.0}};
-    unsigned visited = 0;
-    while (!todo.empty()) {
-        if ((++visited & 0x3FF) == 0) check_python(PyErr_CheckSignals());
-        const Summand current = todo.back();
-        todo.pop_back();
-        if (kind_of(current.object) != Kind::nonlinear) {
-            visit(current.object, current.sign);
+    std::unordered_set<PyObject*> seen{root};
+    std::vector<Position> path{{root, 0}};
+    while (!path.empty()) {
+        const auto [object, i] = path.back();
+        const NonlinearObject* node = as_nonlinear(object);
+        if (i == argument_count(node)) {
+            path.pop_back();
+            leave(node);
             continue;
         }
-        const NonlinearObject* node = as_nonlinear(current.object);
-        if (node->op != Op::sum && node->op != Op::minus && node->op != Op::negation) continue;
-        for (uint32_t i = argument_count(node); i > 0; --i) {
-            const bool negative = node->op == Op::negation || (node->op == Op::minus && i == 2);
-            todo.push_back({argument(node, i - 1), negative ? -current.sign : current.sign});
+        ++path.back().next;
+        PyObject* o = argument(node, i);
+        if (!is_summation(o)) {
+            enter(node, i);
+        } else if (seen.insert(o).second) {
+            path.push_back({o, 0});
         }
     }
+}
+
+// Visits the terms that are added up at the top of a tree, each with its factor: its sign, added up
+// over all the ways that lead to the node which holds it.
+template <class Visit>
+void visit_summands(PyObject* root, Visit&& visit) {
+    if (!is_summation(root)) return;
+    std::vector<const NonlinearObject*> order;
+    walk_summations(
+        root, [](auto...) {}, [&](const NonlinearObject* n) { order.push_back(n); });
+    std::unordered_map<const NonlinearObject*, double> factors{{as_nonlinear(root), 1.0}};
+    for (std::size_t k = order.size(); k > 0; --k) {  // before a node all that hold it
+        const NonlinearObject* node = order[k - 1];
+        const double factor = factors[node];
+        for (uint32_t i = 0; i < argument_count(node); ++i) {
+            PyObject* o = argument(node, i);
+            if (is_summation(o)) factors[as_nonlinear(o)] += argument_sign(node, i) * factor;
+        }
+    }
+    const auto visit_argument = [&](const NonlinearObject* node, uint32_t i) {
+        const double factor = argument_sign(node, i) * factors[node];
+        if (factor != 0.0) visit(argument(node, i), factor);
+    };
+    walk_summations(root, visit_argument, [](auto...) {});
 }
 
 void append(const Ref& list, void* var) {
@@ -128,7 +165,10 @@ PyTypeObject make_type() noexcept {
         "A nonlinear expression: an operator and its arguments, made by arithmetic on "
         "variables.\n\n"
         "Never changes. Adding a term to a sum takes constant time and keeps it flat; products,\n"
-        "quotients and powers nest.";
+        "quotients and powers nest, and evaluation and problems take at most 64 levels. A product\n"
+        "of many factors is flat when Prod or *= make it. An expression that occurs in others is\n"
+        "stored once and evaluated about once, but written out into a problem wherever it occurs.\n"
+        "Texts end with \"...\" after some 50,000 characters.";
     t.tp_basicsize = sizeof(NonlinearObject);
     t.tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE;
     t.tp_alloc = NodeObjects::allocate;
