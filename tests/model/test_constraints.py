@@ -106,7 +106,15 @@ def test_arrays_on_the_right_are_compared_by_numpy():
     array = np.zeros(2).view(Recorder)
     result = operator.le(x, array)
     assert result[0] == "ge" and result[1] is x
-    assert operator.lt(x, array)[0] == "eq"
+    for compare, instead in ((operator.lt, "<="), (operator.gt, ">="), (operator.ne, "==")):
+        for left in (x, 2 * x, x + y, x * y, x / y):
+            with pytest.warns(UserWarning, match=f"Write {instead} ") as caught:
+                assert compare(left, array) == ("eq", left)
+            assert caught[0].filename == __file__
+        before = sys.getrefcount(x), sys.getrefcount(array)
+        with pytest.raises(UserWarning):  # where warnings are errors
+            compare(x, array)
+        assert (sys.getrefcount(x), sys.getrefcount(array)) == before
 
 
 def test_names_serials_and_attributes():

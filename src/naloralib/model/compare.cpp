@@ -104,6 +104,19 @@ Ref numeric_body(PyObject* a) {
     return result;
 }
 
+// Strict comparisons with an array on the right make equalities, which nobody should meet unawares.
+void warn_of_equalities(int op) {
+    const char* text =
+        op == Py_NE ? "!= with an array makes constraints with ==: != cannot be enforced. Write == "
+                      "where equality is meant."
+        : op == Py_LT
+            ? "< with an array makes constraints with ==: strict inequalities cannot be enforced. "
+              "Write <= for inequalities, == where equality is meant."
+            : "> with an array makes constraints with ==: strict inequalities cannot be enforced. "
+              "Write >= for inequalities, == where equality is meant.";
+    check_python(PyErr_WarnEx(PyExc_UserWarning, text, 1));
+}
+
 // The array's own comparison and no other: the interpreter's would come back to us when the array
 // gives up, as some versions of NumPy do when an element raises an error.
 Ref compared_by_numpy(PyObject* array, PyObject* other, int op) {
@@ -136,7 +149,11 @@ Ref compare(PyObject* a, PyObject* b, int op) {
     }
     if (kb == Kind::invalid && is_array(b)) {
         if (is_array(a)) raise(interface_error(), "Ill-defined constraint array");
-        return compared_by_numpy(b, a, op == Py_LE || op == Py_GE ? mirrored(op) : Py_EQ);
+        if (op == Py_LT || op == Py_GT || op == Py_NE) {
+            warn_of_equalities(op);
+            op = Py_EQ;
+        }
+        return compared_by_numpy(b, a, mirrored(op));
     }
     if (ka == Kind::invalid && kb == Kind::invalid) require_kind(a);
     return constraint_from(a, b, op);

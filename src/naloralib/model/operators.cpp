@@ -46,6 +46,11 @@ Ref negate(PyObject* a) {
 
 Ref absolute(PyObject* a) { return make_unary(Op::abs, a); }
 
+Ref multiply_in_place(PyObject* a, PyObject* b) {
+    const bool extends = kind_of(a) == Kind::nonlinear && as_nonlinear(a)->op == Op::product;
+    return extends && kind_of(b) != Kind::invalid ? extended_product(a, b) : multiply(a, b);
+}
+
 Ref logical_and(PyObject* a, PyObject* b) {
     if (is_array(b)) return take(PyNumber_And(b, a));
     PyObject* const both[] = {a, b};
@@ -79,11 +84,6 @@ PyObject* power_slot(PyObject* a, PyObject* b, PyObject* modulus) noexcept {
 
 // The in-place forms that differ from the plain ones; the interpreter uses the plain one for the
 // rest, as no operand is ever changed.
-Ref multiply_in_place(PyObject* a, PyObject* b) {
-    const bool extends = kind_of(a) == Kind::nonlinear && as_nonlinear(a)->op == Op::product;
-    return extends && kind_of(b) != Kind::invalid ? extended_product(a, b) : multiply(a, b);
-}
-
 Ref divide_in_place(PyObject* a, PyObject* b) {
     if (operand_kind(b) == Kind::number && operand_value(b) == 0.0) {
         raise(model_error(), "Division by zero");

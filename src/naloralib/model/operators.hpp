@@ -10,6 +10,8 @@ namespace nalora {
 Ref add(PyObject* a, PyObject* b);
 Ref subtract(PyObject* a, PyObject* b);
 Ref multiply(PyObject* a, PyObject* b);
+// The same value, but a product that is nonlinear takes b as a further factor instead of nesting.
+Ref multiply_in_place(PyObject* a, PyObject* b);
 Ref divide(PyObject* a, PyObject* b);
 Ref power(PyObject* a, PyObject* b);
 Ref negate(PyObject* a);

@@ -4,7 +4,6 @@
 #include "model/aggregate.hpp"
 #include "model/operands.hpp"
 #include "model/operators.hpp"
-#include "nonlinear/node.hpp"
 
 namespace nalora {
 
@@ -170,19 +169,14 @@ class Multiplication {
         } else if (kind == Kind::expression && is_constant(as_expression(factor))) {
             number_ *= as_expression(factor)->constant;
         } else {
-            extend(factor);
+            product_ = multiply_in_place(product_.get(), factor);
         }
         return true;
     }
 
-    void extend(PyObject* factor) {
-        const bool is_product = as_nonlinear(product_.get())->op == Op::product;
-        product_ = (is_product ? extended_product : nonlinear_product)(product_.get(), factor);
-    }
-
     void finish() {
         if (number_ == 1.0) return;
-        extend(make_float(number_).get());
+        product_ = multiply_in_place(product_.get(), make_float(number_).get());
         number_ = 1.0;
     }
 

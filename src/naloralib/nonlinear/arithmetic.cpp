@@ -155,6 +155,16 @@ Ref extended_product(PyObject* a, PyObject* b) {
     return logged_node(Op::product, std::move(log), Ref());
 }
 
+Ref extended_nary(Op op, PyObject* a, PyObject* b) {
+    if (!is_node(a, op) || kind_of(b) == Kind::invalid) {
+        PyObject* const both[] = {a, b};
+        return make_nary(op, both);
+    }
+    ArgumentLog log = log_to_extend(as_nonlinear(a), b);
+    log.append({b});
+    return logged_node(op, std::move(log), Ref());
+}
+
 Ref nonlinear_negation(PyObject* a) { return few_node(Op::negation, a, nullptr); }
 Ref nonlinear_quotient(PyObject* a, PyObject* b) { return few_node(Op::quotient, a, b); }
 Ref nonlinear_power(PyObject* a, PyObject* b) { return few_node(Op::power, a, b); }

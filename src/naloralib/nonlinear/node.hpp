@@ -113,6 +113,8 @@ Ref nonlinear_difference(PyObject* a, PyObject* b);
 Ref nonlinear_product(PyObject* a, PyObject* b);
 // p *= b for a product p: like the product, but p's factors are extended instead of nested.
 Ref extended_product(PyObject* a, PyObject* b);
+// op(a, b) for maxima, minima and logical operators: a's arguments and b where a is such a node.
+Ref extended_nary(Op op, PyObject* a, PyObject* b);
 Ref nonlinear_negation(PyObject* a);
 Ref nonlinear_quotient(PyObject* a, PyObject* b);
 Ref nonlinear_power(PyObject* a, PyObject* b);

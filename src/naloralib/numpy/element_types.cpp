@@ -163,10 +163,11 @@ void register_type(const TypeRow& row) {
     element_types::numbers[index] = number;
 }
 
-// NumPy may convert elements of the one type to the other wherever it needs to.
-void register_cast(int from, int to, PyArray_VectorUnaryFunc* function) {
+// NumPy may convert elements of the one type to the other wherever it needs to, or only where it is
+// told to (astype, assignments).
+void register_cast(int from, int to, PyArray_VectorUnaryFunc* function, bool safe) {
     const Ref descriptor = take(PyArray_DescrFromType(from));
-    for (int kind = NPY_NOSCALAR; kind <= NPY_OBJECT_SCALAR; ++kind) {
+    for (int kind = NPY_NOSCALAR; safe && kind <= NPY_OBJECT_SCALAR; ++kind) {
         check_python(PyArray_RegisterCanCast(descriptor.as<PyArray_Descr>(), to,
                                              static_cast<NPY_SCALARKIND>(kind)));
     }
@@ -183,16 +184,33 @@ constexpr NumberCast kNumberCasts[] = {
     {NPY_LONGLONG, cast_number<npy_longlong>}, {NPY_DOUBLE, cast_number<npy_double>},
 };
 
+// Every variable is an expression, but not the other way: where both types meet the result is
+// npexpr, and what makes expressions in place does not fit into npvar.
 void register_casts() {
+    const int variable = type_number(ElementType::var);
     const int expression = type_number(ElementType::expression);
-    const int participants[] = {type_number(ElementType::var), expression, NPY_OBJECT};
+    const int participants[] = {variable, expression, NPY_OBJECT};
     for (const int from : participants) {
         for (const int to : participants) {
-            if (from != to) register_cast(from, to, cast);
+            if (from != to) register_cast(from, to, cast, from != expression || to != variable);
         }
     }
     // Reductions start from numbers.
-    for (const NumberCast& row : kNumberCasts) register_cast(row.type, expression, row.function);
+    for (const NumberCast& row : kNumberCasts) {
+        register_cast(row.type, expression, row.function, true);
+    }
+}
+
+// Views that NumPy makes through the array interface (sliding_window_view, as_strided) know types
+// by their texts, "|v8" and "|e8". That of constraints is the one of complex numbers.
+void register_texts() {
+    const Ref numpy = take(PyImport_ImportModule("numpy"));
+    const Ref types = take(PyObject_GetAttrString(numpy.get(), "sctypeDict"));
+    for (const ElementType type : {ElementType::var, ElementType::expression}) {
+        const Ref descriptor = take(PyArray_DescrFromType(type_number(type)));
+        const Ref text = take(PyObject_GetAttrString(descriptor.get(), "str"));
+        check_python(PyObject_SetItem(types.get(), text.get(), descriptor.get()));
+    }
 }
 
 }  // namespace
@@ -201,6 +219,7 @@ void register_element_types() {
     if (type_number(ElementType::var) >= 0) return;  // what NumPy knows it knows for good
     for (const TypeRow& row : kTypes) register_type(row);
     register_casts();
+    register_texts();
 }
 
 void add_element_types(PyObject* module) {

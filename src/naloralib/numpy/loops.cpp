@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <iterator>
 
@@ -58,6 +59,7 @@ class Operand {
 struct LoopData {
     Unary unary;  // one of the two is set
     Binary binary;
+    Binary fold;  // in place of `binary` where results go over their first operands
     bool first_is_double, second_is_double;
 };
 
@@ -67,6 +69,8 @@ void loop(char** args, const npy_intp* sizes, const npy_intp* strides, void* con
     const auto& data = *static_cast<const LoopData*>(context);
     const GilEnsured lock;
     if (PyErr_Occurred() != nullptr) return;
+    const bool folds = data.binary != nullptr && args[0] == args[2] && strides[0] == strides[2];
+    const Binary binary = folds ? data.fold : data.binary;
     guarded([&] {
         Operand first(args[0], strides[0], data.first_is_double);
         Operand second(args[1], strides[1], data.second_is_double);
@@ -74,8 +78,7 @@ void loop(char** args, const npy_intp* sizes, const npy_intp* strides, void* con
         const npy_intp result_stride = strides[data.unary != nullptr ? 1 : 2];
         for (npy_intp n = sizes[0]; n > 0; --n, result += result_stride) {
             PyObject* a = first.next();
-            set_element(result,
-                        data.unary != nullptr ? data.unary(a) : data.binary(a, second.next()));
+            set_element(result, data.unary != nullptr ? data.unary(a) : binary(a, second.next()));
         }
         return 0;
     });
@@ -88,6 +91,9 @@ struct FunctionRow {
     Unary unary;  // one of the two is set
     Binary binary;
     ElementType result;
+    // Of reductions and operators in place: however long, they make one level of a nonlinear
+    // expression. Null for `binary`.
+    Binary fold = nullptr;
 };
 
 template <int Code>
@@ -96,6 +102,27 @@ Ref compare_with(PyObject* a, PyObject* b) {
 }
 Ref square(PyObject* a) { return multiply(a, a); }
 Ref itself(PyObject* a) { return Ref::borrow(a); }
+Ref reciprocal(PyObject* a) { return divide(make_float(1.0).get(), a); }
+
+template <Op O>
+Ref extremum(PyObject* a, PyObject* b) {
+    if (operand_kind(a) == Kind::number && operand_kind(b) == Kind::number) {
+        const double p = operand_value(a), q = operand_value(b);
+        const bool first = std::isnan(p) || (O == Op::max ? p > q : p < q);
+        return Ref::borrow(first ? a : b);
+    }
+    return extended_nary(O, a, b);
+}
+
+// NumPy begins with the number that changes no bits.
+template <Op O>
+Ref fold_logical(PyObject* a, PyObject* b) {
+    constexpr double kStart = O == Op::logical_and ? -1.0 : 0.0;
+    const bool starts = operand_kind(a) == Kind::number && operand_value(a) == kStart;
+    if (starts && kind_of(b) != Kind::invalid) return Ref::borrow(b);
+    return extended_nary(O, a, b);
+}
+
 template <Op O>
 Ref function_of(PyObject* a) {
     return apply_unary(O, a);
@@ -112,14 +139,21 @@ constexpr FunctionRow kFunctions[] = {
     {"subtract", nullptr, subtract, kExpressions},
     {"negative", negate, nullptr, kExpressions},
     {"positive", itself, nullptr, kExpressions},
-    {"multiply", nullptr, multiply, kExpressions},
+    {"multiply", nullptr, multiply, kExpressions, multiply_in_place},
     {"divide", nullptr, divide, kExpressions},
     {"true_divide", nullptr, divide, kExpressions},
     {"power", nullptr, power, kExpressions},
     {"square", square, nullptr, kExpressions},
     {"absolute", absolute, nullptr, kExpressions},
-    {"bitwise_and", nullptr, logical_and, kExpressions},
-    {"bitwise_or", nullptr, logical_or, kExpressions},
+    {"fabs", absolute, nullptr, kExpressions},
+    {"reciprocal", reciprocal, nullptr, kExpressions},
+    {"conjugate", itself, nullptr, kExpressions},
+    {"maximum", nullptr, extremum<Op::max>, kExpressions},
+    {"minimum", nullptr, extremum<Op::min>, kExpressions},
+    {"fmax", nullptr, extremum<Op::max>, kExpressions},
+    {"fmin", nullptr, extremum<Op::min>, kExpressions},
+    {"bitwise_and", nullptr, logical_and, kExpressions, fold_logical<Op::logical_and>},
+    {"bitwise_or", nullptr, logical_or, kExpressions, fold_logical<Op::logical_or>},
     {"sin", function_of<Op::sin>, nullptr, kExpressions},
     {"cos", function_of<Op::cos>, nullptr, kExpressions},
     {"tan", function_of<Op::tan>, nullptr, kExpressions},
@@ -160,7 +194,8 @@ PyObject* functions[kFunctionCount];  // references that stay, null where NumPy 
 void register_loop(std::size_t row, const OperandRow& first, const OperandRow* second,
                    LoopData& data) {
     const FunctionRow& function = kFunctions[row];
-    data = {function.unary, function.binary, first.is_double,
+    data = {function.unary, function.binary,
+            function.fold != nullptr ? function.fold : function.binary, first.is_double,
             second != nullptr && second->is_double};
     const int result = type_number(function.result);
     const int binary[] = {first.number(), second != nullptr ? second->number() : result, result};
