@@ -1,15 +1,13 @@
 """Sum and Prod: the same as folding with + and *, whatever the container and what runs inside."""
 
 import functools
-import gc
 import operator
 import random
 import sys
-import time
 
 import numpy as np
 import pytest
-from conftest import allocated
+from conftest import growth
 
 import nalora
 
@@ -93,14 +91,6 @@ def test_sum_equals_folding(x, seed):
     assert [str(e) for e in earlier] == before
 
 
-def test_operands_are_never_changed(x):
-    e = x[0] + 1
-    total = nalora.Sum([e, x[1], e, e, 5])
-    assert str(nalora.Sum([e, x[2]])) == "1 + x0 + x2"
-    assert str(nalora.Sum([total, e])) == "9 +4 x0 + x1"
-    assert [str(e), str(total)] == ["1 + x0", "8 +3 x0 + x1"]
-
-
 UNALIGNED = np.array([(0, 1), (0, 2), (0, 3)], dtype=[("pad", "b"), ("value", "f8")])
 
 
@@ -177,16 +167,13 @@ def test_user_code_inside(x):
 def test_nothing_is_left_behind(x):
     array = np.array(x, dtype=nalora.npvar)
 
-    def blocks(repeats):
-        for _ in range(repeats):
-            nalora.Sum(array[::2]), nalora.Prod(array), nalora.Sum(2 * v * v + 1 for v in x)
-            for bad in [[*x, object()], [x[0] ** 3, x[1], "a"], np.array([1])]:
-                with pytest.raises(nalora.ModelError):
-                    nalora.Sum(bad)
-        gc.collect()
-        return allocated()
+    def work():
+        nalora.Sum(array[::2]), nalora.Prod(array), nalora.Sum(2 * v * v + 1 for v in x)
+        for bad in [[*x, object()], [x[0] ** 3, x[1], "a"], np.array([1])]:
+            with pytest.raises(nalora.ModelError):
+                nalora.Sum(bad)
 
-    assert -blocks(300) + blocks(1000) < 100
+    assert growth(work, 300) < 50
 
 
 def test_long_products_are_flat(x):
@@ -210,12 +197,9 @@ def test_long_products_are_flat(x):
 
 
 @pytest.mark.parametrize("power", [1, 3], ids=["linear", "nonlinear"])
-def test_linear_time(power):
-    def seconds(n):
-        terms = [v for _ in range(n) for v in [nalora.var() ** power, Derived()]]
-        start = time.process_time()
-        nalora.Sum(terms)
-        nalora.Prod(terms)
-        return time.process_time() - start
-
-    assert seconds(40_000) < 40 * max(seconds(4000), 0.002)
+def test_long_folds(power):  # without end if an element took time that grows with those before
+    terms = [v for _ in range(100_000) for v in [nalora.var() ** power, Derived()]]
+    total, product = nalora.Sum(terms), nalora.Prod(terms)
+    values = dict.fromkeys([v for i in range(2) for v in total.extractLinear()[0][i::2]], 1.0)
+    assert len(values) == (200_000 if power == 1 else 100_000)
+    assert type(product).__name__ == "nonlinear"

@@ -105,21 +105,3 @@ def test_constraints_hold_exactly_where_the_comparison_does(steps, comparison, r
     ):
         value = nalora.evaluate(c.body, solution=VALUES)
         assert (c.lb <= value <= c.ub) == expected
-
-
-@settings(max_examples=80, deadline=None)
-@given(st.lists(st.tuples(st.sampled_from(VARIABLES), NUMBERS, NUMBERS), max_size=30))
-def test_accumulated_terms_are_merged_as_in_a_dictionary(terms):
-    e = VARIABLES[0] * 0 + VARIABLES[1] + VARIABLES[2]  # an expression, neither term nor number
-    expected = {VARIABLES[1]: 1.0, VARIABLES[2]: 1.0}
-    total = 0.0
-    for v, coef, shift in terms:
-        e = e + coef * v - shift
-        total -= shift
-        expected[v] = expected.get(v, 0.0) + coef
-        if expected[v] == 0.0:
-            del expected[v]
-    variables, coefs = e.extractLinear()
-    assert [hash(v) for v in variables] == sorted(hash(v) for v in expected)
-    assert coefs == [expected[v] for v in variables]
-    assert nalora.evaluate(e, solution=dict.fromkeys(VARIABLES, 0.0)) == total

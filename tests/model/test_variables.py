@@ -1,13 +1,12 @@
 """Variables: construction, attributes, names, identity."""
 
 import copy
-import gc
 import pickle
 import sys
 
 import numpy as np
 import pytest
-from conftest import allocated
+from conftest import growth
 
 import nalora
 
@@ -259,20 +258,13 @@ def test_subclasses():
 
 @pytest.mark.parametrize("kind", [nalora.var, Slotted, lambda name: Flow(name, "")])
 def test_objects_of_any_type_are_released(kind):
-    def live():
-        gc.collect()
-        return allocated()
-
     def make():
         for i in range(1000):
             v = kind(f"name {i}")
             v.lb = i + 0.5
             2 * v + i
 
-    make()
-    before = live()
-    make()
-    assert live() - before < 50
+    assert growth(make, 1, 1) < 50
 
 
 def test_variables_as_keys():

@@ -1,11 +1,10 @@
 """Values of objects: dictionaries, nested arguments, trees and their depth limit."""
 
-import gc
 import math
 
 import numpy as np
 import pytest
-from conftest import allocated
+from conftest import growth
 
 import nalora
 
@@ -279,12 +278,4 @@ def test_nothing_is_leaked():
             with pytest.raises((nalora.ModelError, ZeroDivisionError, nalora.InterfaceError)):
                 bad()
 
-    def blocks():
-        gc.collect()
-        return allocated()
-
-    work()
-    before = blocks()
-    for _ in range(200):
-        work()
-    assert blocks() - before < 50
+    assert growth(work, 200) < 50

@@ -1,12 +1,11 @@
 """Trees as the postfix formulas that the nonlinear solver takes."""
 
-import gc
 import math
 import random
 import sys
 
 import pytest
-from conftest import allocated
+from conftest import growth
 
 import nalora
 
@@ -264,13 +263,8 @@ def test_nothing_is_leaked():
         with pytest.raises(nalora.ModelError):
             formula(PROBLEM, trees[2])
 
-    for _ in range(3):
-        step()
-    gc.collect()
     objects = [x, y, z, math.hypot, max, *trees]
-    references, before = [sys.getrefcount(o) for o in objects], allocated()
-    for _ in range(50):
-        step()
-    gc.collect()
+    assert growth(step) < 20
+    references = [sys.getrefcount(o) for o in objects]
+    growth(step)
     assert [sys.getrefcount(o) for o in objects] == references
-    assert allocated() - before < 20
