@@ -11,14 +11,6 @@ import nalora
 N = 3
 
 
-def scaled(poly, factor):
-    return {key: factor * coef for key, coef in poly.items()}
-
-
-def summed(a, b):
-    return {key: a.get(key, 0.0) + b.get(key, 0.0) for key in {**a, **b}}
-
-
 def tree(r, x, level):
     """An expression, its polynomial {column indices: coefficient}, and the rest as a function."""
     i, j, c = r.randrange(N), r.randrange(N), r.choice([-1, 1, 2.5])
@@ -35,15 +27,11 @@ def tree(r, x, level):
         )()
     a, p, f = tree(r, x, level - 1)
     b, q, g = tree(r, x, level - 1)
-    return r.choice(
-        [
-            lambda: (a + b, summed(p, q), lambda v: f(v) + g(v)),
-            lambda: (a - b, summed(p, scaled(q, -1)), lambda v: f(v) - g(v)),
-            lambda: (c * a, scaled(p, c), lambda v: c * f(v)),
-            lambda: (a / 4, scaled(p, 0.25), lambda v: f(v) / 4),
-            lambda: (-a, scaled(p, -1), lambda v: -f(v)),
-        ]
-    )()
+    made, s, t = r.choice(
+        [(a + b, 1, 1), (a - b, 1, -1), (c * a, c, 0), (a / 4, 0.25, 0), (-a, -1, 0)]
+    )
+    poly = {key: s * p.get(key, 0) + t * q.get(key, 0) for key in {**p, **q}}
+    return made, poly, lambda v: s * f(v) + t * g(v)
 
 
 def value(poly, rest, point):

@@ -67,7 +67,9 @@ constexpr Method kModelMethods[] = {
      .parameters = kChgcoef,
      .doc = "Change one coefficient of the matrix to dval (a float).\n\n"
             "Arguments: irow, a constraint, row name or index; icol, a variable, column name or\n"
-            "index. Raises ModelError for other objects, SolverError for indices out of range.",
+            "index. The linear terms of nonlinear constraints are in the matrix, too; those in\n"
+            "formulas of a file stay there, and the coefficient comes on top. Raises ModelError "
+            "for other objects, SolverError for indices out of range.",
      .call = [](Call& c) { return NLRAchgcoef(c.prob(), c.integer(0), c.integer(1), c.real(2)); }},
 };
 

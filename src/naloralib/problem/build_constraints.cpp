@@ -251,10 +251,11 @@ void load(ProblemObject* p, const Addition& addition, ConstraintBatch& batch,
                                batch.ranges.empty() ? nullptr : batch.ranges.data(),
                                batch.starts.data(), batch.columns.data(), batch.coefs.data()),
                  p);
-    int status = load_details(p, addition, batch);
-    if (status == 0 && !indicators.empty()) status = load_indicators(p, first, indicators);
-    if (status == 0) return;
-    set_library_error(as_object(p));
+    const int failed = guarded([&] {
+        check_change(load_details(p, addition, batch), p);
+        if (!indicators.empty()) check_change(load_indicators(p, first, indicators), p);
+    });
+    if (failed == 0) return;
     std::vector<int32_t> rows(count);
     for (int32_t i = 0; i < count; ++i) rows[i] = first + i;
     NLRAdelrows(p->prob, count, rows.data());

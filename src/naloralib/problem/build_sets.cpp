@@ -11,23 +11,39 @@ namespace nalora {
 
 namespace {
 
-// A set's name for the library; empty for names that are no text. A default name that another set
-// of the problem has is replaced by one that is free.
-std::string set_name(ProblemObject* p, SosObject* set) {
-    if (sos_has_default_name(set)) {
-        int index = 0;
-        const auto is_taken = [&] {
-            const char* text = PyUnicode_AsUTF8(set->name);
-            if (text == nullptr) throw PythonError();
-            return NLRAgetindex(p->prob, NLRA_NAMES_SET, text, &index) == 0;
-        };
-        while (is_taken()) sos_set_default_name(set);
-    }
+// A set's name for the library; empty for names that are no text.
+std::string set_name(const SosObject* set) {
     std::string name;
     if (set->name != nullptr && (PyUnicode_Check(set->name) || PyBytes_Check(set->name))) {
         append_stored_name(set->name, "SOS", name, kMaxNameBytes);
     }
     return name;
+}
+
+int32_t find_set(ProblemObject* p, const std::string& name) {
+    int32_t index = -1;
+    return NLRAgetindex(p->prob, NLRA_NAMES_SET, name.c_str(), &index) == 0 ? index : -1;
+}
+
+void rename_set(ProblemObject* p, SosObject* set, int32_t index) {
+    std::string name;
+    do {
+        sos_set_default_name(set);
+        name = set_name(set);
+    } while (find_set(p, name) >= 0);
+    check_change(NLRAaddnames(p->prob, NLRA_NAMES_SET, name.c_str(), index, index), p);
+}
+
+// Of two sets of the same name one with a default name gets another one.
+void name_set(ProblemObject* p, SosObject* set, int32_t index, const std::string& name) {
+    if (name.empty()) return;
+    const int32_t other = find_set(p, name);
+    if (other >= 0 && other < index) {
+        if (sos_has_default_name(set)) return rename_set(p, set, index);
+        SosObject* present = as_sos(object_at(p, kSets, other));
+        if (sos_has_default_name(present)) rename_set(p, present, other);
+    }
+    check_change(NLRAaddnames(p->prob, NLRA_NAMES_SET, name.c_str(), index, index), p);
 }
 
 // The weights come first because converting them may run Python code, which may change the
@@ -83,7 +99,7 @@ void add_set(ProblemObject* p, PyObject* object) {
         raise(model_error(), "Mismatched lengths in arguments: expected %zd, found %zd",
               static_cast<Py_ssize_t>(columns.size()), static_cast<Py_ssize_t>(weights.size()));
     }
-    const std::string name = set_name(p, set);
+    const std::string name = set_name(set);
 
     LargeVector<uint64_t> serials;
     Addition addition(p, kSets, serials);
@@ -95,8 +111,7 @@ void add_set(ProblemObject* p, PyObject* object) {
     check_change(
         NLRAaddsets64(p->prob, 1, starts[1], &type, starts, columns.data(), weights.data()), p);
     const int32_t index = addition.base();
-    if (!name.empty() && NLRAaddnames(p->prob, NLRA_NAMES_SET, name.c_str(), index, index) != 0) {
-        set_library_error(as_object(p));
+    if (guarded([&] { name_set(p, set, index, name); }) < 0) {
         NLRAdelsets(p->prob, 1, &index);
         throw PythonError();
     }

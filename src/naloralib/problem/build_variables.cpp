@@ -73,18 +73,20 @@ void load(ProblemObject* p, const Addition& addition, const VariableBatch& batch
     check_change(NLRAaddcols64(p->prob, count, 0, nullptr, nullptr, nullptr, nullptr,
                                batch.lower.data(), batch.upper.data()),
                  p);
-    int status = 0;
-    if (!batch.types.empty()) {
-        status = NLRAchgcoltype(p->prob, static_cast<int>(batch.types.size()),
-                                batch.typed_columns.data(), batch.types.data());
-    }
-    if (status == 0) status = batch.names.load(p, addition);
-    if (status == 0 && !batch.limits.empty()) {
-        status = NLRAchgglblimit(p->prob, static_cast<int>(batch.limits.size()),
-                                 batch.limited_columns.data(), batch.limits.data());
-    }
-    if (status == 0) return;
-    set_library_error(as_object(p));
+    const int failed = guarded([&] {
+        int status = 0;
+        if (!batch.types.empty()) {
+            status = NLRAchgcoltype(p->prob, static_cast<int>(batch.types.size()),
+                                    batch.typed_columns.data(), batch.types.data());
+        }
+        if (status == 0) status = batch.names.load(p, addition);
+        if (status == 0 && !batch.limits.empty()) {
+            status = NLRAchgglblimit(p->prob, static_cast<int>(batch.limits.size()),
+                                     batch.limited_columns.data(), batch.limits.data());
+        }
+        check_change(status, p);
+    });
+    if (failed == 0) return;
     std::vector<int32_t> columns(count);
     for (int32_t i = 0; i < count; ++i) columns[i] = first + i;
     NLRAdelcols(p->prob, count, columns.data());
