@@ -210,6 +210,10 @@ char Relaxing::relaxed_type(const Definition& definition, const Interval& values
         !has_high || values.high <= high + kRounding * std::max(1.0, std::fabs(high));
     const bool is_pushed_down = uses.up == 0 && may_fall, is_pushed_up = uses.down == 0 && may_rise;
     if (!is_pushed_down && !is_pushed_up) return 'E';
+    const bool is_used = uses.up + uses.down > 0;
+    const bool may_be_dropped = !is_used && may_fall && may_rise && !definition.squared;
+    // Of a linear row neither side would keep functions defined, or push other columns for a use.
+    if (may_be_dropped && roots_.is_linear(definition.row)) return 'N';
     // With a square of its own the row may be a cone, if the rest is what a cone has there.
     const RootParts& row = roots_.rows()[definition.row];
     const Shape shape =
@@ -218,7 +222,7 @@ char Relaxing::relaxed_type(const Definition& definition, const Interval& values
     const bool positive = definition.coefficient > 0.0;
     if (shape.convex && (positive ? is_pushed_up : is_pushed_down)) return 'L';
     if (shape.concave && (positive ? is_pushed_down : is_pushed_up)) return 'G';
-    return uses.up + uses.down == 0 && may_fall && may_rise && !definition.squared ? 'N' : 'E';
+    return may_be_dropped ? 'N' : 'E';
 }
 
 void Relaxing::relax(const Definition& definition, char type) {

@@ -18,6 +18,11 @@ bool has_sides(const Model& model, int row) {
     return model.row_lower(row) > -kInfinity || model.row_upper(row) < kInfinity;
 }
 
+void add_quadratic(RootParts& parts, const std::vector<QuadTerm>& terms) {
+    parts.quadratic.insert(parts.quadratic.end(), terms.begin(), terms.end());
+    merge_equal(parts.quadratic, term_before);
+}
+
 // A sum of intervals, from which one can be taken out again as long as it is not all but lost in
 // the others.
 class IntervalSum {
@@ -133,7 +138,9 @@ ModelRoots::ModelRoots(const Model& model)
     : functions_(model.formulas), rows_(static_cast<size_t>(model.rows())) {
     for (OpaqueFunction* function : functions_.functions()) formulas_.add_function(function);
     formulas_.set_columns(model.cols());
-    objective_ = parts_of(&model.formulas.objective, &model.qobj);
+    objective_root_ = add(model.formulas.objective);
+    objective_ = formulas_.parts(objective_root_);
+    add_quadratic(objective_, model.qobj);
     for (int j = 0; j < model.cols(); ++j) {
         if (model.obj[j] != 0.0) objective_.linear.push_back({j, model.obj[j]});
     }
@@ -142,9 +149,12 @@ ModelRoots::ModelRoots(const Model& model)
     for (int i = 0; i < model.rows(); ++i) {
         if (!has_sides(model, i)) continue;
         const auto formula = model.formulas.rows.find(i);
+        if (formula != model.formulas.rows.end()) {
+            row_roots_.emplace_back(i, add(formula->second));
+            rows_[i] = formulas_.parts(row_roots_.back().second);
+        }
         const auto quadratic = model.qrows.find(i);
-        rows_[i] = parts_of(formula != model.formulas.rows.end() ? &formula->second : nullptr,
-                            quadratic != model.qrows.end() ? &quadratic->second : nullptr);
+        if (quadratic != model.qrows.end()) add_quadratic(rows_[i], quadratic->second);
         for (int64_t k = matrix.start()[i]; k < matrix.start()[i + 1]; ++k) {
             rows_[i].linear.push_back({matrix.index()[k], matrix.value()[k]});
         }
@@ -153,18 +163,10 @@ ModelRoots::ModelRoots(const Model& model)
     }
 }
 
-RootParts ModelRoots::parts_of(const Formula* formula, const std::vector<QuadTerm>* quadratic) {
-    RootParts parts;
-    if (formula != nullptr && !formula->empty()) {
-        std::vector<FormulaPiece> pieces;
-        for (const Coefficient& coefficient : *formula) pieces.push_back(piece_of(coefficient));
-        parts = formulas_.parts(formulas_.add(pieces));
-    }
-    if (quadratic != nullptr) {
-        parts.quadratic.insert(parts.quadratic.end(), quadratic->begin(), quadratic->end());
-        merge_equal(parts.quadratic, term_before);
-    }
-    return parts;
+int ModelRoots::add(const Formula& formula) {
+    std::vector<FormulaPiece> pieces;
+    for (const Coefficient& coefficient : formula) pieces.push_back(piece_of(coefficient));
+    return formulas_.add(pieces);
 }
 
 ColumnBounds bounds_by_rows(const Model& model, const ModelRoots& roots) {

@@ -2,6 +2,7 @@
 // evaluation.
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include "nonlinear/curvature.hpp"
@@ -24,15 +25,24 @@ class ModelRoots {
     const RootParts& objective() const { return objective_; }
     // By row; empty for those without sides.
     const std::vector<RootParts>& rows() const { return rows_; }
+    // What the formulas alone say, without what else the objective or a row has.
+    const RootParts& objective_formula() const { return formulas_.parts(objective_root_); }
+    std::vector<std::pair<int, const RootParts*>> row_formulas() const {
+        std::vector<std::pair<int, const RootParts*>> out;
+        for (const auto& [row, root] : row_roots_) out.emplace_back(row, &formulas_.parts(root));
+        return out;
+    }
     bool is_linear(int row) const {
         return rows_[row].quadratic.empty() && rows_[row].rest.empty();
     }
 
   private:
-    RootParts parts_of(const Formula* formula, const std::vector<QuadTerm>* quadratic);
+    int add(const Formula& formula);
 
     CalledFunctions functions_;
     FormulaRoots formulas_;
+    int objective_root_;
+    std::vector<std::pair<int, int>> row_roots_;  // of rows with formulas
     RootParts objective_;
     std::vector<RootParts> rows_;
 };

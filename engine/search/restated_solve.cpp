@@ -39,7 +39,8 @@ void cut(const Model& model, Solution& solution) {
 long sharpen(const Model& original, const Restatement& restatement, const Params& controls,
              const Params& interior, Monitor& monitor, Solution& solution) {
     if (!restatement.is_off_apex(solution)) return 0;
-    const std::unique_ptr<Restatement> exact = Restatement::make(original, 0.0, poll_of(monitor));
+    const std::unique_ptr<Restatement> exact =
+        Restatement::make(original, 0.0, restatement.is_written(), poll_of(monitor));
     if (!exact) return 0;
     Model model = exact->model();
     model.formulas.last = {solution.x, solution.dj, solution.dual};
@@ -180,14 +181,19 @@ bool RestatedSolve::run(bool continuous) {
 }  // namespace
 
 bool solve_restated(nslp_problem& problem, bool continuous, Monitor& monitor) {
-    const std::unique_ptr<Restatement> restatement =
-        Restatement::make(problem.base->model, kApexRadius, poll_of(monitor));
-    return restatement && RestatedSolve(problem, *restatement, monitor).run(continuous);
+    for (const bool write_out : {false, true}) {
+        const std::unique_ptr<Restatement> restatement =
+            Restatement::make(problem.base->model, kApexRadius, write_out, poll_of(monitor));
+        if (restatement && RestatedSolve(problem, *restatement, monitor).run(continuous)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::unique_ptr<StandIn> convex_stand_in(const nlra_problem& problem, Monitor& monitor) {
     auto out = std::make_unique<StandIn>();
-    out->restatement = Restatement::make(problem.model, kApexRadius, poll_of(monitor));
+    out->restatement = Restatement::make(problem.model, kApexRadius, false, poll_of(monitor));
     if (!out->restatement) return nullptr;
     const Model& model = out->restatement->model();
     ColumnBounds bounds;

@@ -6,6 +6,7 @@
 
 #include "linear/relaxation.hpp"
 #include "nonlinear/model_values.hpp"
+#include "nonlinear/write_out.hpp"
 #include "store/error.hpp"
 
 namespace nlra {
@@ -37,7 +38,12 @@ ColumnBounds own_bounds(const Model& model) {
 
 }  // namespace
 
-Restatement::Restatement(const Model& model) : original_(model), roots_(model), model_(model) {}
+Restatement::Restatement(const Model& model, bool write_out)
+    : original_(model),
+      written_(model),
+      is_written_(write_out && write_out_definitions(written_)),
+      roots_(written_),
+      model_(written_) {}
 
 bool Restatement::restate(const ColumnBounds& bounds, bool strict, double radius,
                           const StopPoll& poll) {
@@ -48,10 +54,12 @@ bool Restatement::restate(const ColumnBounds& bounds, bool strict, double radius
     return !definitions_.empty() || !cones_.empty();
 }
 
-std::unique_ptr<Restatement> Restatement::make(const Model& model, double radius,
+std::unique_ptr<Restatement> Restatement::make(const Model& model, double radius, bool write_out,
                                                const StopPoll& poll) {
     if (!has_candidates(model)) return nullptr;
-    std::unique_ptr<Restatement> out(new Restatement(model));
+    if (write_out && !has_places_to_write_out(model.formulas)) return nullptr;
+    std::unique_ptr<Restatement> out(new Restatement(model, write_out));
+    if (write_out && !out->is_written_) return nullptr;
     const ColumnBounds bounds = bounds_by_rows(model, out->roots_);
     if (!out->restate(bounds, false, radius, poll)) return nullptr;
     return out;
@@ -59,7 +67,7 @@ std::unique_ptr<Restatement> Restatement::make(const Model& model, double radius
 
 // Bounds that rows imply may be why a definition or a cone is one, but do not stand in the model.
 bool Restatement::is_equivalent(const StopPoll& poll) const {
-    Restatement other(original_);
+    Restatement other(original_, is_written_);
     other.restate(own_bounds(original_), true, 0.0, poll);
     return other.model_.rowtype == model_.rowtype && other.cones_.size() == cones_.size();
 }

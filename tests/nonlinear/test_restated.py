@@ -155,8 +155,8 @@ def random_model(random, vartype, rewritten):
             lambda: exp(column(line() / 2)),
             lambda: line() ** 2 + line() ** 2,
             lambda: nalora.abs(column(line())),
-            lambda: log(exp(line()) + 2 * exp(line())),
-            lambda: sqrt(line() ** 2 + 1),
+            lambda: log(column(column(exp(line())) + 2 * exp(line()))),
+            lambda: sqrt(column(line() ** 2 + column(line()) ** 2 + 1)),
             lambda: -3 * log(column(x[1] + 3)),
             lambda: column(column(exp(x[2])) ** 2) / 9,
         ]
