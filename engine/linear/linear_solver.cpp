@@ -184,7 +184,6 @@ LpOutcome LinearSolver::Impl::solve_relaxation(const Model& model, const Params&
     }
     Highs& highs = open(model);
     HighsSettings settings = lp_settings(params, method, monitor);
-    settings.presolve = settings.presolve && !is_tiny(model);
     const bool on_worker = !runs_directly(model);
     const bool interior = method == LpMethod::kInteriorPoint;
     if (interior) {
@@ -193,11 +192,38 @@ LpOutcome LinearSolver::Impl::solve_relaxation(const Model& model, const Params&
         highs.clearSolver();
         settings.presolve = true;
     }
+    const auto with_presolve = [&] {
+        highs.clearSolver();
+        settings.presolve = true;
+        settings.presolve_rules_off = rules_to_avoid(highs);
+        settings.time_limit = time_left(monitor);
+    };
     const bool presolved = settings.presolve && !highs.getBasis().valid;
     if (presolved) settings.presolve_rules_off = rules_to_avoid(highs);
 
+    // Without presolve first where that takes longer than the solve. Only an optimum is taken from
+    // there, as HiGHS calls badly scaled models unbounded at times.
+    const bool quick = presolved && !interior && is_tiny(model);
+    settings.presolve = settings.presolve && !quick;
+
     HighsModelStatus status = HighsModelStatus::kNotset;
-    for (int attempt = 0; attempt < 3; ++attempt) {
+    // False when the instance is gone.
+    const auto run_once = [&] {
+        if (session->run(settings, on_worker, monitor) == RunEnd::kAbandoned) {
+            outcome.status = NLRA_LP_UNFINISHED;
+            outcome.stop = monitor.reason();
+            drop();
+            return false;
+        }
+        const HighsInfo& info = highs.getInfo();
+        outcome.iterations += std::max<long>(0, info.simplex_iteration_count) +
+                              std::max<long>(0, info.crossover_iteration_count);
+        outcome.barrier_iterations += std::max<long>(0, info.ipm_iteration_count);
+        status = highs.getModelStatus();
+        return true;
+    };
+    for (int attempt = quick ? -1 : 0; attempt < 3; ++attempt) {
+        if (attempt == 0 && quick) with_presolve();
         if (attempt > 0) {
             // Presolve that cannot tell unbounded from infeasible, or takes one for the other, a
             // dual simplex method that is lost on an unbounded problem, numerical trouble: settled
@@ -209,26 +235,26 @@ LpOutcome LinearSolver::Impl::solve_relaxation(const Model& model, const Params&
             settings.presolve = false;
             settings.time_limit = time_left(monitor);
         }
-        if (session->run(settings, on_worker, monitor) == RunEnd::kAbandoned) {
-            outcome.status = NLRA_LP_UNFINISHED;
-            outcome.stop = monitor.reason();
-            drop();
-            return outcome;
-        }
-        const HighsInfo& info = highs.getInfo();
-        outcome.iterations += std::max<long>(0, info.simplex_iteration_count) +
-                              std::max<long>(0, info.crossover_iteration_count);
-        outcome.barrier_iterations += std::max<long>(0, info.ipm_iteration_count);
-        status = highs.getModelStatus();
+        if (!run_once()) return outcome;
         const bool doubtful =
             session->status() == HighsStatus::kError ||
             status == HighsModelStatus::kUnboundedOrInfeasible ||
             status == HighsModelStatus::kUnknown ||
+            (attempt < 0 && status != HighsModelStatus::kOptimal &&
+             stop_reason(status, monitor) == NLRA_STOP_NONE) ||
             (status == HighsModelStatus::kInfeasible && presolved && attempt == 0 &&
              may_be_unbounded(model)) ||
             (interior && attempt == 0 &&
              is_doubtful_interior(highs, settings, stop_reason(status, monitor) != NLRA_STOP_NONE));
         if (!doubtful) break;
+    }
+    if (status == HighsModelStatus::kUnbounded && !presolved) {
+        // From a basis, or by the user's wish, without presolve: it has to agree.
+        with_presolve();
+        if (!run_once()) return outcome;
+        const bool other =
+            status == HighsModelStatus::kOptimal || stop_reason(status, monitor) != NLRA_STOP_NONE;
+        if (!other) status = HighsModelStatus::kUnbounded;
     }
     if (session->status() == HighsStatus::kError) {
         fail(NLRA_ERROR_SOLVER, "the linear solver failed (%s)",

@@ -156,7 +156,7 @@ TEST("linear: a re-solve starts from the last basis, also across deletions") {
 TEST("linear: infeasible and unbounded are told apart whatever presolve says") {
     for (const bool presolve : {false, true}) {
         for (const char* method : kMethods) {
-            TestProblem unbounded, both, mistaken;
+            TestProblem unbounded, both, mistaken, scaled;
             unbounded.col(-1, 0, kInf);
             unbounded.col(0, 0, kInf);
             unbounded.row({{0, 1}, {1, -1}}, 'L', 4);
@@ -171,10 +171,22 @@ TEST("linear: infeasible and unbounded are told apart whatever presolve says") {
             mistaken.col(0, 0, 1);
             mistaken.row({{0, 1}, {1, 1}, {2, 1}, {3, 2}}, 'L', 2);
             mistaken.row({{0, -2}, {1, -2}, {2, 1}, {3, -2}, {4, 2}}, 'L', 0);
-            for (TestProblem* test : {&unbounded, &both, &mistaken}) {
+            scaled.col(0, -kInf, kInf);  // bounded, but without presolve HiGHS says it is not
+            scaled.col(0, -kInf, 0);
+            scaled.col(300, 0, 3);
+            scaled.col(-0.0003, 0, kInf);
+            scaled.col(5000, 0, kInf);
+            scaled.row({{0, -0.002}}, 'E', 500);
+            scaled.row({{1, 0.0004}, {3, -0.4}, {4, 1000}}, 'E', 40);
+            scaled.row({{2, -0.1}, {3, -100}}, 'L', 2000);
+            scaled.row({{0, -3000}, {1, -200}, {4, 0.002}}, 'G', -0.5);
+            scaled.row({{4, -0.0001}}, 'E', -0.05);
+            for (TestProblem* test : {&unbounded, &both, &mistaken, &scaled}) {
                 test->problem.controls.set_int(kPresolve, presolve);
-                if (presolve) make_large(*test);
+                if (presolve && test != &scaled) make_large(*test);
             }
+            CHECK(scaled.lp(method) == NLRA_LP_OPTIMAL);
+            CHECK_NEAR(scaled.objective(), 2499625.03, 1e-2);
             CHECK(unbounded.lp(method) == NLRA_LP_UNBOUNDED);
             CHECK(!unbounded.problem.lp_solution.present);
             unbounded.row({{0, 1}}, 'L', -1);
