@@ -26,7 +26,7 @@ class Relaxing {
         : model_(model),
           roots_(roots),
           bounds_(bounds),
-          strict_(strict),
+          only_strict_(strict),
           poll_(poll),
           analysis_(roots.graph(), bounds.lower.data(), bounds.upper.data()),
           directions_(roots.graph(), analysis_, analysis_),
@@ -40,8 +40,15 @@ class Relaxing {
 
     std::vector<Definition> run() {
         collect();
-        for (int j = 0; j < model_.cols(); ++j) visit_later(j);
-        for (size_t k = 0; k < pending_.size(); ++k) try_column(pending_[k]);
+        try_all();
+        if (!only_strict_) {
+            strict_ = false;
+            // Columns with two bounds are rather what is decided on.
+            for (int j = 0; j < model_.cols(); ++j) {
+                if (model_.lower[j] > -kInfinity && model_.upper[j] < kInfinity) may_move_[j] = 0;
+            }
+            try_all();
+        }
         restore_linear_rows();
         return std::move(definitions_);
     }
@@ -73,6 +80,11 @@ class Relaxing {
     void visit_later(int col) {
         if (may_move_[col] != 0 && uses_[col].both == 1) pending_.push_back(col);
     }
+    void try_all() {
+        pending_.clear();
+        for (int j = 0; j < model_.cols(); ++j) visit_later(j);
+        for (size_t k = 0; k < pending_.size(); ++k) try_column(pending_[k]);
+    }
     void try_column(int col);
     char relaxed_type(const Definition& definition, const Interval& values) const;
     void relax(const Definition& definition, char type);
@@ -81,7 +93,8 @@ class Relaxing {
     Model& model_;
     const ModelRoots& roots_;
     const ColumnBounds& bounds_;
-    const bool strict_;
+    const bool only_strict_;
+    bool strict_ = true;
     const StopPoll& poll_;
     const CurvatureAnalysis analysis_;
     Directions directions_;
