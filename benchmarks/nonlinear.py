@@ -104,6 +104,28 @@ def solve(name, clock):
     return [statistics.median(column) for column in zip(*times)]
 
 
+def resolve(name, _):
+    """Seconds of the first solve, of one without a change, and, after a change of a cost and a
+    bound, of a solve from the last end and of a first one."""
+    import nalora
+
+    nalora.setOutputEnabled(False)
+
+    def timed(p):
+        begin = time.process_time()
+        p.nlpoptimize()
+        return time.process_time() - begin
+
+    def change(p):
+        p.chgobj([0], [0.01])
+        p.chgbounds([1], ["U"], [4.9 if name == "four_variables" else 0.9])
+
+    p, fresh = MODELS[name](nalora), MODELS[name](nalora)
+    times = [timed(p), timed(p)]
+    change(p), change(fresh)
+    return [*times, timed(p), timed(fresh)]
+
+
 def user_function(name, clock):
     """Seconds a call: bare, and within a solve with all that the engine does around it."""
     import nalora
@@ -134,7 +156,7 @@ def user_function(name, clock):
 
 
 def child(task, name):
-    result = {"solve": solve, "user": user_function}[task](name, new_clock())
+    result = {"solve": solve, "resolve": resolve, "user": user_function}[task](name, new_clock())
     print(run.MARK + json.dumps(result), flush=True)
     os._exit(0)
 
@@ -181,6 +203,20 @@ def solving(repeat):
     print("  share: the derivatives' share of the solve")
 
 
+def resolving(repeat):
+    print("\nsolving again")
+    heads = ("first", "unchanged", "changed", "cold", "ratio")
+    print(f"  {'':20}" + "".join(f"{head:>10}" for head in heads))
+    for name in MODELS:
+        times, error = measure("resolve", name, repeat)
+        if error:
+            print(f"  {name:20}  {error}")
+            continue
+        ratio = times[2] / times[3]
+        print(f"  {name:20}" + "".join(f"{t:10.2f}" for t in times) + f"{ratio:10.2f}")
+    print("  ratio: changed over cold, for the same change")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--repeat", type=int, default=5)
@@ -190,6 +226,7 @@ def main():
         return child(*args.child)
     building(args.repeat)
     solving(args.repeat)
+    resolving(args.repeat)
     print("\ncalls of a user function with derivatives, us a call")
     times, error = measure("user", "-", args.repeat)
     if error:

@@ -1,6 +1,9 @@
 #include "api/attributes.hpp"
 
 #include <algorithm>
+#include <limits>
+
+#include "api/nonlinear_problem.hpp"
 
 namespace nlra {
 namespace {
@@ -21,6 +24,16 @@ Attribute real(int id, const char* name, Attribute::Double get, const char* desc
 
 Attribute text(int id, const char* name, Attribute::Text get, const char* description) {
     return {id, name, NLRA_TYPE_STRING, get, description};
+}
+
+constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+double gap(Problem p) {
+    const bool is_known =
+        p.mip_solution.present || (!p.model.is_mip() && p.lp_solution.present) ||
+        std::any_of(p.nonlinear.begin(), p.nonlinear.end(),
+                    [](const nslp_problem* above) { return above->result.solution.present; });
+    return is_known ? p.info.rel_gap : std::numeric_limits<double>::infinity();
 }
 
 int64_t row_count(Problem p) { return p.model.rows_left(); }
@@ -104,17 +117,22 @@ const std::vector<Attribute>& attribute_table() {
             1183, "mipsols", [](Problem p) { return int64_t{p.info.mip_solutions}; },
             "Improving solutions that the last mixed integer solve found."),
         real(
-            NLRA_LPOBJVAL, "lpobjval", [](Problem p) { return p.info.lp_objective; },
-            "Objective value of the last linear solve."),
+            NLRA_LPOBJVAL, "lpobjval",
+            [](Problem p) { return p.lp_solution.present ? p.info.lp_objective : kNone; },
+            "Objective value of the last linear solve, NaN where there is no solution."),
         real(
-            NLRA_MIPOBJVAL, "mipobjval", [](Problem p) { return p.info.mip_objective; },
-            "Objective value of the best solution of the last mixed integer solve."),
+            NLRA_MIPOBJVAL, "mipobjval",
+            [](Problem p) { return p.mip_solution.present ? p.info.mip_objective : kNone; },
+            "Objective value of the best solution of the last mixed integer solve, NaN where there "
+            "is "
+            "none."),
         real(
             NLRA_BESTBOUND, "bestbound", [](Problem p) { return p.info.best_bound; },
             "Best bound on the objective value of the last mixed integer solve."),
         real(
-            2005, "mipgap", [](Problem p) { return p.info.rel_gap; },
-            "Relative gap between the best solution and the best bound."),
+            2005, "mipgap", gap,
+            "Relative gap between the best solution and the best bound, infinite where there is no "
+            "solution."),
         real(
             2006, "time", [](Problem p) { return p.info.seconds; },
             "Seconds of elapsed time of the last solve."),

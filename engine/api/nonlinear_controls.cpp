@@ -1,4 +1,6 @@
 // Controls and attributes of the nonlinear solver's problems.
+#include <limits>
+
 #include "api/boundary.hpp"
 #include "api/checks.hpp"
 #include "api/control_list.hpp"
@@ -43,8 +45,11 @@ const std::vector<NonlinearAttribute>& nonlinear_attribute_table() {
          [](const nslp_problem& p) { return static_cast<double>(p.result.stop); },
          "Why the last nonlinear solve stopped early, as the attribute stopstatus."},
         {NSLP_OBJVAL, "nslp_objval", NLRA_TYPE_DOUBLE,
-         [](const nslp_problem& p) { return p.result.solution.objective; },
-         "Objective value of the last nonlinear solve."},
+         [](const nslp_problem& p) {
+             return p.result.solution.present ? p.result.solution.objective
+                                              : std::numeric_limits<double>::quiet_NaN();
+         },
+         "Objective value of the last nonlinear solve, NaN where there is no solution."},
     };
     return table;
 }

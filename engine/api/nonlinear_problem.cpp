@@ -61,6 +61,7 @@ int NSLPcopyprob(NSLPprob dest, NSLPprob source, const char* name) {
         nslp_problem::Result result = source->result;
         to.name = named ? std::string(name) : source->name;
         to.result = std::move(result);
+        to.memory.reset();
     });
 }
 

@@ -3,12 +3,18 @@
 #pragma once
 
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "api/last_error.hpp"
 #include "nslp.h"
 #include "params/params.hpp"
 #include "search/solution.hpp"
+
+namespace nlra {
+struct NlpMemory;  // nonlinear/nlp_solve.hpp
+}
 
 struct nslp_problem {
     explicit nslp_problem(nlra_problem& beneath);
@@ -30,4 +36,13 @@ struct nslp_problem {
         std::map<int, double> values;  // by column: given by the user in place of the solution's
     };
     Result result;
+
+    // Of the last solve, for the next one; empty unless it came to an optimum that still is the
+    // result.
+    struct Memory {
+        nlra::Params controls, interior;
+        bool is_smooth_form;  // the functions are not those of the model itself
+    };
+    std::optional<Memory> memory;
+    std::shared_ptr<nlra::NlpMemory> nlp;  // once there has been a solve
 };

@@ -94,6 +94,7 @@ int NLRAcopyprob(NLRAprob dest, NLRAprob source, const char* name) {
         to.info = source->info;
         to.linear.reset();
         to.quadratic.reset();
+        for (nslp_problem* above : to.nonlinear) above->memory.reset();
     });
 }
 

@@ -81,7 +81,8 @@ bool NewtonModel::add_hessian(Curvature curvature) {
         return true;
     }
     hessian_.resize(structure.hessian_row.size());
-    if (!functions_.hessian(result_.x.data(), 1.0, result_.multipliers.data(), hessian_.data())) {
+    if (!functions_.hessian(point_->inside.data(), 1.0, result_.multipliers.data(),
+                            hessian_.data())) {
         return false;
     }
     for (size_t k = 0; k < hessian_.size(); ++k) {

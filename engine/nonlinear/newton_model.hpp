@@ -16,6 +16,7 @@ inline constexpr double kActive = 1e-6;
 // What the judge knows of a point.
 struct JudgedPoint {
     const NlpResult& result;
+    const std::vector<double>& inside;    // where derivatives are taken
     const std::vector<double>& activity;  // by row
     const std::vector<double>& jacobian;
     const std::vector<double>& gradient;  // of the Lagrangian without the bounds' multipliers

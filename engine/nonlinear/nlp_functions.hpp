@@ -2,7 +2,9 @@
 // else is on one tape.
 #pragma once
 
+#include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "nonlinear/curvature.hpp"
@@ -16,14 +18,19 @@
 namespace nlra {
 
 // Minimizes: the objective of a model that maximizes changes its sign. Rows without bounds or
-// without terms are left out. The model and the monitor must outlive it.
+// without terms are left out. The monitor must outlive its use.
 class ModelFunctions : public NlpFunctions {
   public:
     ModelFunctions(const Model& model, Monitor& monitor);
 
+    // Go over to another model, or to what this one has become. False, and the functions are of no
+    // more use, unless the two differ only in bounds, linear costs and sides.
+    bool renew(const Model& model, Monitor& monitor);
+    void attach(Monitor& monitor) { monitor_ = &monitor; }
+
     const NlpStructure& structure() const { return structure_; }
     NlpBounds bounds() const {
-        return {model_.lower.data(), model_.upper.data(), row_lower_.data(), row_upper_.data()};
+        return {lower_.data(), upper_.data(), row_lower_.data(), row_upper_.data()};
     }
     // The model's row behind each row here.
     const std::vector<int>& model_rows() const { return model_rows_; }
@@ -62,25 +69,48 @@ class ModelFunctions : public NlpFunctions {
         double value;
     };
 
-    void add_rows();
+    // What the functions are made of beside bounds, linear costs and sides.
+    struct Source {
+        double sense;
+        int columns;
+        std::vector<int64_t> start;
+        std::vector<int> index;
+        std::vector<double> value;
+        std::vector<QuadTerm> qobj;
+        std::map<int, std::vector<QuadTerm>> qrows;
+        Formula objective;
+        std::map<int, Formula> rows;
+        bool calls;
+
+        explicit Source(const Model& model);
+        bool matches(const Model& model) const;
+    };
+
+    void add_rows(const Model& model);
+    void add_costs(const Model& model);
     RootParts parts_of(const Formula& formula, const std::vector<QuadTerm>* quadratic,
                        double factor);
     void plan();
     const CurvatureAnalysis& analysis() const;
 
-    const Model& model_;
-    Monitor& monitor_;
+    const Source source_;
+    Monitor* monitor_;
     const double sense_;
-    std::vector<double> row_lower_, row_upper_;
+    std::vector<double> lower_, upper_, row_lower_, row_upper_;
     std::vector<int> model_rows_;
     std::vector<ConstantRow> constant_rows_;
 
     CalledFunctions functions_;
     FormulaRoots formulas_;
     std::vector<Root> roots_;
+    RootParts objective_;              // without the linear costs
+    std::vector<LinearTerm> costs_;    // linear, of columns
+    double constant_ = 0.0;            // the objective's beside its formula's
     std::vector<Coefficient> linear_;  // of linear rows
     std::unique_ptr<Tape> tape_;
-    mutable std::unique_ptr<CurvatureAnalysis> analysis_;  // made when it is first asked for
+    // Made when it is first asked for, as is the proof.
+    mutable std::unique_ptr<CurvatureAnalysis> analysis_;
+    mutable std::optional<bool> is_convex_;
 
     NlpStructure structure_;
     int last_iteration_ = 0;

@@ -11,20 +11,46 @@ double violation(double value, double low, double high) {
     return std::isnan(below + above) ? kInfinity : std::max({0.0, below, above});
 }
 
+bool Judge::evaluate(const std::vector<double>& x, NlpResult& result) {
+    return functions_.objective(x.data(), result.objective) &&
+           functions_.rows(x.data(), activity_.data());
+}
+
+bool Judge::differentiate(const std::vector<double>& x) {
+    return functions_.gradient(x.data(), gradient_.data()) &&
+           functions_.jacobian(x.data(), jacobian_.data());
+}
+
+// On the edge of a function's domain, as zero is for a root, derivatives are those from within.
+bool Judge::evaluate_on_edge(NlpResult& result) {
+    constexpr double kInside = 1e-12;
+    const NlpBounds bounds = functions_.bounds();
+    for (int j = 0; j < structure_.columns; ++j) {
+        const double low = bounds.lower[j], high = bounds.upper[j], x = result.x[j];
+        const double step = std::min(kInside * std::max(1.0, std::fabs(x)), 0.5 * (high - low));
+        if (x == low) inside_[j] = low + step;
+        if (x == high) inside_[j] = high - step;
+    }
+    if (!differentiate(inside_)) return false;
+    if (evaluate(result.x, result)) return true;
+    result.x = inside_;
+    return evaluate(result.x, result);
+}
+
 bool Judge::measure(NlpResult& result, NlpResiduals& residuals) {
     const NlpBounds bounds = functions_.bounds();
     const int n = structure_.columns, m = structure_.rows;
     for (int j = 0; j < n; ++j) {
         result.x[j] = std::clamp(result.x[j], bounds.lower[j], bounds.upper[j]);
     }
-    const double* x = result.x.data();
     activity_.resize(m);
     gradient_.resize(n);
     jacobian_.resize(structure_.jacobian_row.size());
-    if (!functions_.objective(x, result.objective) || !functions_.rows(x, activity_.data()) ||
-        !functions_.gradient(x, gradient_.data()) || !functions_.jacobian(x, jacobian_.data())) {
+    inside_ = result.x;
+    if (!(evaluate(result.x, result) && differentiate(result.x)) && !evaluate_on_edge(result)) {
         return false;
     }
+    const double* x = result.x.data();
     // The scaling of Wächter and Biegler 2006.
     double sum = 0.0;
     for (const double value : result.multipliers) sum += std::fabs(value);
@@ -91,7 +117,7 @@ bool Judge::measure(NlpResult& result, NlpResiduals& residuals) {
 const NewtonModel* Judge::look_closer(const NlpResult& result, const StopPoll& poll,
                                       Curvature curvature) {
     try {
-        const JudgedPoint point{result, activity_, jacobian_, gradient_, term_};
+        const JudgedPoint point{result, inside_, activity_, jacobian_, gradient_, term_};
         return model_.make(point, poll, curvature) ? &model_ : nullptr;
     } catch (const FactorizationStopped&) {
         return nullptr;
@@ -99,7 +125,7 @@ const NewtonModel* Judge::look_closer(const NlpResult& result, const StopPoll& p
 }
 
 const NewtonModel* polish(Judge& judge, NlpResult& result, NlpResiduals& residuals,
-                          const StopPoll& poll) {
+                          const StopPoll& poll, long& steps) {
     constexpr int kMaxSteps = 40;
     constexpr double kRounding = 1e-15, kProgress = 1e-3, kFeasible = 1e-7;
     constexpr double kLeast = 1e-3;  // share of a step
@@ -109,6 +135,7 @@ const NewtonModel* polish(Judge& judge, NlpResult& result, NlpResiduals& residua
         const double scale = std::fabs(result.objective);
         if (missed <= kRounding * scale && residuals.primal <= kFeasible) break;
         const NlpResult kept = result;
+        ++steps;
         const double before = result.objective + 2.0 * residuals.penalty;
         const double primal = std::max(residuals.primal, kFeasible);
         bool better = false;

@@ -40,16 +40,21 @@ class Judge {
                                    Curvature curvature = Curvature::kLagrangian);
 
   private:
+    bool evaluate(const std::vector<double>& x, NlpResult& result);
+    bool differentiate(const std::vector<double>& x);
+    bool evaluate_on_edge(NlpResult& result);
+
     ModelFunctions& functions_;
     const NlpStructure& structure_;
     NewtonModel model_;
+    std::vector<double> inside_;  // the point, or beside it where there are derivatives
     std::vector<double> activity_, gradient_, jacobian_, term_;
 };
 
 // Newton steps from a point that has been measured, as long as they come nearer to the optimality
-// conditions. The model at the end, null where there is none.
+// conditions, and how many. The model at the end, null where there is none.
 const NewtonModel* polish(Judge& judge, NlpResult& result, NlpResiduals& residuals,
-                          const StopPoll& poll);
+                          const StopPoll& poll, long& steps);
 
 // The least multipliers that go with a point, in place of its own: those of rows that depend on
 // each other grow without limit in an interior point method. False where there are none.

@@ -6,8 +6,7 @@
 #include <utility>
 
 #include "nonlinear/model_values.hpp"
-#include "nonlinear/nlp_functions.hpp"
-#include "nonlinear/nlp_judge.hpp"
+#include "nonlinear/nlp_end.hpp"
 #include "nonlinear/nlp_scaling.hpp"
 #include "nonlinear/nlp_start.hpp"
 #include "nonlinear/nlp_verdicts.hpp"
@@ -19,25 +18,25 @@ namespace {
 
 class NlpSolve {
   public:
-    NlpSolve(const Model& model, const Params& controls, const NlpOptions& options,
-             Monitor& monitor)
+    NlpSolve(const Model& model, ModelFunctions& functions, const Params& controls,
+             const NlpOptions& options, Monitor& monitor)
         : model_(model),
           controls_(controls),
           monitor_(monitor),
-          functions_(model, monitor),
-          judge_(functions_),
+          functions_(functions),
           options_(options),
           feasibility_tolerance_(controls.get_double(kFeasTol)),
-          optimality_tolerance_(controls.get_double(kOptTol)),
-          iteration_limit_(controls.get_int(kIterLimit)) {}
+          iteration_limit_(controls.get_int(kIterLimit)),
+          end_(functions, controls, poll()) {}
 
     NlpOutcome run();
 
   private:
+    using Grade = NlpEnd::Grade;
     struct Verdict {
         int status;
         int stop = NLRA_STOP_NONE;
-        bool has_point = false;  // result_ is one
+        bool has_point = false;  // end_ is at one
     };
 
     Verdict solve();
@@ -47,6 +46,7 @@ class NlpSolve {
     Verdict improve(Verdict verdict);
     Verdict start_elsewhere(const Verdict& verdict, const std::vector<double>& x);
     void refine();
+    bool solve_by_newton(const NlpStart& start);
     NlpResult attempt(const NlpOptions& options, const NlpStart& start);
     NlpResult call(const NlpBounds& bounds, const NlpStart& start, const NlpOptions& options);
     NlpOutcome finish(const Verdict& verdict);
@@ -54,15 +54,6 @@ class NlpSolve {
     StopPoll poll() {
         return [this] { return monitor_.should_stop(); };
     }
-    // What an interior point method can promise.
-    double row_tolerance() const { return std::max(10.0 * feasibility_tolerance_, 1e-6); }
-    bool is_feasible() const { return residuals_.primal <= row_tolerance(); }
-    // How far an end meets the conditions of an optimum: not at all, as far as derivatives in their
-    // own units tell, or as far as what the objective can still gain.
-    enum class Grade { kNone, kWeak, kStrong };
-    Grade grade() const;
-    bool look_closer();
-    void try_other_multipliers();
     // By size, so that the time of all stays within bounds.
     int further_starts() const {
         constexpr size_t kWork = 400'000, kMost = 20, kLeast = 3;
@@ -75,25 +66,21 @@ class NlpSolve {
     bool runs_away() const {
         constexpr double kFar = 1e8, kFeasible = 1e-6;
         double size = 0.0;
-        for (const double v : result_.x) size = std::max(size, std::fabs(v));
-        return result_.objective < -kFar && size > kFar && residuals_.violation <= kFeasible * size;
+        for (const double v : end_.result.x) size = std::max(size, std::fabs(v));
+        return end_.result.objective < -kFar && size > kFar &&
+               end_.residuals.violation <= kFeasible * size;
     }
 
     const Model& model_;
     const Params& controls_;
     Monitor& monitor_;
-    ModelFunctions functions_;
-    Judge judge_;
+    ModelFunctions& functions_;
     const NlpOptions options_;
-    const double feasibility_tolerance_, optimality_tolerance_;
+    const double feasibility_tolerance_;
     const long iteration_limit_;
     bool is_convex_ = false;
     long iterations_ = 0;
-    // The point that the verdict is about.
-    NlpResult result_;
-    NlpResiduals residuals_;
-    const NewtonModel* closer_ = nullptr;  // at it
-    double objective_at_start_ = 0.0;
+    NlpEnd end_;  // that the verdict is about
 };
 
 NlpResult NlpSolve::call(const NlpBounds& bounds, const NlpStart& start,
@@ -136,53 +123,26 @@ NlpResult NlpSolve::attempt(const NlpOptions& options, const NlpStart& start) {
 }
 
 NlpSolve::Verdict NlpSolve::solve_without_columns() {
-    result_.multipliers.assign(static_cast<size_t>(functions_.structure().rows), 0.0);
-    if (!judge_.measure(result_, residuals_)) return {NSLP_UNFINISHED};
-    if (!is_feasible()) return {NSLP_INFEASIBLE};
+    end_.result.multipliers.assign(static_cast<size_t>(functions_.structure().rows), 0.0);
+    if (!end_.look_closer()) return {NSLP_UNFINISHED};
+    if (!end_.is_feasible()) return {NSLP_INFEASIBLE};
     return {NSLP_GLOBALLY_OPTIMAL, NLRA_STOP_NONE, true};
 }
 
-// Measures the point, and improves it where its objective can still gain.
-bool NlpSolve::look_closer() {
-    closer_ = nullptr;
-    if (!judge_.measure(result_, residuals_)) return false;
-    if (is_feasible() && std::isfinite(result_.objective)) {
-        closer_ = polish(judge_, result_, residuals_, poll());
-        if (functions_.structure().rows > 0 && grade() != Grade::kStrong) try_other_multipliers();
-    }
-    return true;
-}
-
-void NlpSolve::try_other_multipliers() {
-    const NlpResult kept = result_;
-    const Grade reached = grade();
-    if (renew_multipliers(judge_, result_, poll()) && judge_.measure(result_, residuals_)) {
-        closer_ = polish(judge_, result_, residuals_, poll());
-        if (grade() > reached) return;
-    }
-    result_ = kept;
-    judge_.measure(result_, residuals_);
-    closer_ = judge_.look_closer(result_, poll());
-}
-
-NlpSolve::Grade NlpSolve::grade() const {
-    constexpr double kShare = 1e-7, kRounding = 1e-20, kSlope = 1e-6, kMultipliers = 1e-6;
-    constexpr double kMostTerm = 1e9;  // the rest of what cancels is rounding
-    if (!is_feasible()) return Grade::kNone;
-    const double value = std::fabs(result_.objective);
-    if (closer_ != nullptr && closer_->is_convex()) {
-        const double gain = closer_->gain() + residuals_.penalty;
-        if (gain <= std::max(kShare * value, kRounding * closer_->size()) &&
-            closer_->multiplier_error() <= kMultipliers && residuals_.term <= kMostTerm) {
-            return Grade::kStrong;
-        }
-    }
-    const double tolerance = std::max(10.0 * optimality_tolerance_, 1e-6);
-    if (residuals_.dual > tolerance || residuals_.complementarity > tolerance) return Grade::kNone;
-    if (closer_ == nullptr) return Grade::kStrong;
-    const double range = std::fabs(objective_at_start_ - result_.objective);
-    if (closer_->slope() > kSlope * std::max(value, range)) return Grade::kNone;
-    return closer_->is_convex() ? Grade::kWeak : Grade::kStrong;
+// Newton's method, from an end of the last solve that has not become much worse.
+bool NlpSolve::solve_by_newton(const NlpStart& start) {
+    const NlpStructure& structure = functions_.structure();
+    NlpResult& result = end_.result;
+    result = NlpResult();
+    result.x.assign(start.x, start.x + structure.columns);
+    result.multipliers.assign(start.multipliers, start.multipliers + structure.rows);
+    result.lower_multipliers.resize(result.x.size());
+    result.upper_multipliers.resize(result.x.size());
+    const long before = end_.steps;
+    const bool solved =
+        end_.look_closer(true) && end_.grade() == NlpEnd::Grade::kStrong && !end_.may_be_saddle();
+    iterations_ += end_.steps - before;
+    return solved;
 }
 
 // Several settings one after another, until one leads to an end that can be told.
@@ -193,7 +153,8 @@ NlpSolve::Verdict NlpSolve::search(const NlpStart& start, bool is_warm, int most
     constexpr int kMaxFurtherIterations = 1000;
     const Verdict optimum{is_convex_ ? NSLP_GLOBALLY_OPTIMAL : NSLP_LOCALLY_OPTIMAL, NLRA_STOP_NONE,
                           true};
-    if (!functions_.objective(start.x, objective_at_start_)) objective_at_start_ = 0.0;
+    end_.begin_at(start.x);
+    if (is_warm && solve_by_newton(start)) return optimum;
     std::optional<NlpResult> weak;
     for (int trial = is_warm ? -1 : 0; trial < 4; ++trial) {
         NlpStart from = start;
@@ -201,7 +162,7 @@ NlpSolve::Verdict NlpSolve::search(const NlpStart& start, bool is_warm, int most
         options.adaptive_barrier = options_.adaptive_barrier != (trial == 2);
         options.scaling = options_.scaling && trial != 3;
         options.given_scaling = NlpScaling();
-        const std::vector<double> end = result_.x;
+        const std::vector<double> end = end_.result.x;
         if (trial == 1) {
             if (!measured) continue;
             options.given_scaling = scaling_at(functions_, end);
@@ -211,17 +172,18 @@ NlpSolve::Verdict NlpSolve::search(const NlpStart& start, bool is_warm, int most
         options.max_iterations =
             static_cast<int>(std::clamp<long>(iteration_limit_ - iterations_, 0, allowed));
         if (iterations_ > begin) monitor_.log(1, "Trying again with other settings");
-        result_ = attempt(options, from);
-        measured = look_closer();
+        end_.result = attempt(options, from);
+        measured = end_.look_closer();
         if (monitor_.should_stop()) return {NSLP_UNFINISHED, monitor_.reason(), measured};
-        if (measured && (runs_away() || improves_without_end(model_, functions_, result_))) {
+        const Grade reached = measured ? end_.grade() : Grade::kNone;
+        if (measured && ((reached != Grade::kStrong && runs_away()) ||
+                         improves_without_end(model_, functions_, end_.result))) {
             return {NSLP_UNBOUNDED};
         }
-        const Grade reached = measured ? grade() : Grade::kNone;
         if (reached == Grade::kStrong) return optimum;
-        if (reached == Grade::kWeak && !weak) weak = result_;
-        if (result_.status == NlpStatus::kInfeasible && !options.warm_start && !weak &&
-            !is_feasible()) {
+        if (reached == Grade::kWeak && !weak) weak = end_.result;
+        if (end_.result.status == NlpStatus::kInfeasible && !options.warm_start && !weak &&
+            !end_.is_feasible()) {
             return {is_convex_ ? NSLP_INFEASIBLE : NSLP_LOCALLY_INFEASIBLE, NLRA_STOP_NONE,
                     measured};
         }
@@ -230,12 +192,12 @@ NlpSolve::Verdict NlpSolve::search(const NlpStart& start, bool is_warm, int most
         }
     }
     if (weak) {
-        result_ = std::move(*weak);
-        look_closer();
+        end_.result = std::move(*weak);
+        end_.look_closer();
         return optimum;
     }
     monitor_.log(1, "The optimality conditions are missed by %.1e (rows), %.1e (gradient), %.1e",
-                 residuals_.primal, residuals_.dual, residuals_.complementarity);
+                 end_.residuals.primal, end_.residuals.dual, end_.residuals.complementarity);
     return {NSLP_UNFINISHED, NLRA_STOP_NONE, measured};
 }
 
@@ -245,21 +207,21 @@ NlpSolve::Verdict NlpSolve::improve(Verdict verdict) {
     constexpr int kTrials = 3;
     constexpr double kBetter = 1e-7;
     for (int trial = 0; trial < kTrials; ++trial) {
-        if (closer_ == nullptr || closer_->is_convex()) break;
+        if (!end_.may_be_saddle()) break;
         if (monitor_.should_stop() || iterations_ >= iteration_limit_) break;
         monitor_.log(1, "The point is stationary, but may be no minimum: going on from near it");
-        NlpResult kept = result_;
-        const std::vector<double> near = perturbed(model_, result_.x, trial);
+        NlpResult kept = end_.result;
+        const std::vector<double> near = perturbed(model_, end_.result.x, trial);
         NlpStart start;
         start.x = near.data();
         const Verdict other = search(start, false, options_.max_iterations);
         if (other.status == NSLP_UNBOUNDED) return other;
         const double better = kept.objective - kBetter * std::max(1.0, std::fabs(kept.objective));
-        if (other.status == NSLP_LOCALLY_OPTIMAL && result_.objective < better) {
+        if (other.status == NSLP_LOCALLY_OPTIMAL && end_.result.objective < better) {
             verdict = other;
         } else {
-            result_ = std::move(kept);
-            look_closer();
+            end_.result = std::move(kept);
+            end_.look_closer();
         }
     }
     return verdict;
@@ -269,7 +231,7 @@ NlpSolve::Verdict NlpSolve::improve(Verdict verdict) {
 // x^2 >= 1.
 NlpSolve::Verdict NlpSolve::start_elsewhere(const Verdict& verdict, const std::vector<double>& x) {
     constexpr int kNear = 2, kMaxIterations = 200;
-    const NlpResult first = result_;
+    const NlpResult first = end_.result;
     const auto seed = static_cast<uint64_t>(controls_.get_int(kSeed));
     for (int trial = 0; trial < further_starts(); ++trial) {
         if (monitor_.should_stop() || iterations_ >= iteration_limit_) break;
@@ -283,18 +245,18 @@ NlpSolve::Verdict NlpSolve::start_elsewhere(const Verdict& verdict, const std::v
             return found;
         }
     }
-    result_ = first;
+    end_.result = first;
     Verdict last = verdict;
-    last.has_point = look_closer();
+    last.has_point = end_.look_closer();
     return last;
 }
 
 // Tolerances hold for the functions as the solver scales them: rows with large coefficients can be
 // missed by much more, which a few steps without scaling mend.
 void NlpSolve::refine() {
-    if (residuals_.violation <= feasibility_tolerance_) return;
-    NlpResult kept = result_;
-    const NlpResiduals before = residuals_;
+    if (end_.residuals.violation <= feasibility_tolerance_) return;
+    NlpResult kept = end_.result;
+    const NlpResiduals before = end_.residuals;
     NlpOptions options = options_;
     options.warm_start = true;
     options.scaling = false;
@@ -302,16 +264,17 @@ void NlpSolve::refine() {
     options.max_iterations = 100;
     const NlpStart start{kept.x.data(), kept.multipliers.data(), kept.lower_multipliers.data(),
                          kept.upper_multipliers.data()};
-    result_ = attempt(options, start);
-    if (look_closer() && grade() != Grade::kNone && residuals_.violation < before.violation) {
+    end_.result = attempt(options, start);
+    if (end_.look_closer() && end_.grade() != Grade::kNone &&
+        end_.residuals.violation < before.violation) {
         return;
     }
-    result_ = std::move(kept);
-    look_closer();
+    end_.result = std::move(kept);
+    end_.look_closer();
 }
 
 NlpSolve::Verdict NlpSolve::solve() {
-    if (is_contradictory(model_, functions_, row_tolerance())) return {NSLP_INFEASIBLE};
+    if (is_contradictory(model_, functions_, end_.row_tolerance())) return {NSLP_INFEASIBLE};
     if (model_.cols() == 0) return solve_without_columns();
     is_convex_ = functions_.is_convex();
     const std::vector<double> x = start_point(model_, functions_, monitor_);
@@ -342,25 +305,25 @@ NlpOutcome NlpSolve::finish(const Verdict& verdict) {
     if (!verdict.has_point) return outcome;
     const double sense = functions_.sense();
     Solution& solution = outcome.solution;
-    solution.x = result_.x;
+    solution.x = end_.result.x;
     // For the rows that the functions leave out.
     evaluate(model_, solution);
     count_formulas_of_free_rows(model_, solution);
     solution.dual.assign(static_cast<size_t>(model_.rows()), 0.0);
-    solution.dj.resize(result_.x.size());
+    solution.dj.resize(end_.result.x.size());
     const std::vector<int>& rows = functions_.model_rows();
     for (size_t i = 0; i < rows.size(); ++i) {
-        solution.slack[rows[i]] = model_.rhs[rows[i]] - judge_.activity()[i] + 0.0;
-        solution.dual[rows[i]] = -sense * result_.multipliers[i] + 0.0;
+        solution.slack[rows[i]] = model_.rhs[rows[i]] - end_.activity()[i] + 0.0;
+        solution.dual[rows[i]] = -sense * end_.result.multipliers[i] + 0.0;
     }
     for (const auto& [row, value] : functions_.constant_rows()) {
         solution.slack[row] = model_.rhs[row] - value + 0.0;
     }
-    for (size_t j = 0; j < result_.x.size(); ++j) {
+    for (size_t j = 0; j < end_.result.x.size(); ++j) {
         solution.dj[j] =
-            sense * (result_.lower_multipliers[j] - result_.upper_multipliers[j]) + 0.0;
+            sense * (end_.result.lower_multipliers[j] - end_.result.upper_multipliers[j]) + 0.0;
     }
-    solution.objective = sense * result_.objective + 0.0;
+    solution.objective = sense * end_.result.objective + 0.0;
     solution.present = true;
     solution.has_duals = true;
     return outcome;
@@ -376,8 +339,13 @@ NlpOutcome NlpSolve::run() {
 }  // namespace
 
 NlpOutcome solve_nlp_locally(const Model& model, const Params& controls, const NlpOptions& options,
-                             Monitor& monitor) {
-    return NlpSolve(model, controls, options, monitor).run();
+                             Monitor& monitor, NlpMemory* memory) {
+    std::unique_ptr<ModelFunctions> own;
+    std::unique_ptr<ModelFunctions>& functions = memory != nullptr ? memory->functions : own;
+    if (!functions || !functions->renew(model, monitor)) {
+        functions = std::make_unique<ModelFunctions>(model, monitor);
+    }
+    return NlpSolve(model, *functions, controls, options, monitor).run();
 }
 
 LastPoint end_of(const NlpOutcome& outcome) {

@@ -9,20 +9,9 @@
 #include "search/monitor.hpp"
 #include "search/outer_approximation.hpp"
 #include "search/plain_form.hpp"
+#include "search/statuses.hpp"
 
 namespace nlra {
-int nonlinear_status_of_mip(int status) {
-    switch (status) {
-        case NLRA_MIP_OPTIMAL:
-            return NSLP_GLOBALLY_OPTIMAL;
-        case NLRA_MIP_INFEAS:
-            return NSLP_INFEASIBLE;
-        case NLRA_MIP_UNBOUNDED:
-            return NSLP_UNBOUNDED;
-        default:
-            return NSLP_UNFINISHED;
-    }
-}
 
 std::optional<MipOutcome> solve_convex_mip(const Model& model, const Params& params,
                                            const std::vector<double>& start, Monitor& monitor) {
@@ -65,6 +54,7 @@ bool solve_convex_mip(nslp_problem& problem, const Model& model, Monitor& monito
     base.info.best_bound = outcome->bound;
     base.info.rel_gap = outcome->gap;
     base.info.nodes = outcome->nodes;
+    base.info.simplex_iterations = outcome->iterations;
     return true;
 }
 

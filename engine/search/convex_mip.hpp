@@ -12,9 +12,6 @@ struct nslp_problem;
 
 namespace nlra {
 
-// The NSLP_STATUS value for a NLRA_MIP_... one.
-int nonlinear_status_of_mip(int status);
-
 class Monitor;
 
 // A mixed integer model with quadratic terms or formulas; empty when it is not proven to be convex

@@ -14,6 +14,7 @@
 #include "search/convex_mip.hpp"
 #include "search/optimize.hpp"
 #include "search/piece_search.hpp"
+#include "search/statuses.hpp"
 
 namespace nlra {
 
@@ -21,19 +22,6 @@ namespace {
 
 // The most by which a solution may miss the formulas, relative to what they are computed from.
 constexpr double kMaxMiss = 1e-6;
-
-int status_of_lp(int status) {
-    switch (status) {
-        case NLRA_LP_OPTIMAL:
-            return NSLP_GLOBALLY_OPTIMAL;
-        case NLRA_LP_INFEAS:
-            return NSLP_INFEASIBLE;
-        case NLRA_LP_UNBOUNDED:
-            return NSLP_UNBOUNDED;
-        default:
-            return NSLP_UNFINISHED;
-    }
-}
 
 class NonsmoothSolve {
   public:
@@ -115,7 +103,7 @@ bool NonsmoothSolve::run_continuous() {
     const bool undecided = info.lp_status != NLRA_LP_OPTIMAL && info.lp_status != NLRA_LP_INFEAS &&
                            info.lp_status != NLRA_LP_UNBOUNDED;
     if (undecided && info.stop == NLRA_STOP_NONE && inner_.model.is_quadratic()) return false;
-    result_.status = status_of_lp(info.lp_status);
+    result_.status = nonlinear_status_of_lp(info.lp_status);
     const Solution& found = inner_.lp_solution;
     if (!found.present || info.lp_status == NLRA_LP_INFEAS || info.lp_status == NLRA_LP_UNBOUNDED) {
         return true;

@@ -18,6 +18,7 @@
 #include "search/convex_mip.hpp"
 #include "search/kink_descent.hpp"
 #include "search/monitor.hpp"
+#include "search/nonlinear_results.hpp"
 #include "search/nonsmooth_solve.hpp"
 #include "search/report.hpp"
 #include "search/restated_solve.hpp"
@@ -82,12 +83,12 @@ void judge_globally(const Model& model, NlpOutcome& outcome, Monitor& monitor) {
 }
 
 // Nothing when the smooth form's end says nothing about the model.
-std::optional<NlpOutcome> solve_smooth_form(const nslp_problem& problem, const Model& smooth,
+std::optional<NlpOutcome> solve_smooth_form(nslp_problem& problem, const Model& smooth,
                                             Monitor& monitor) {
     const Model& model = problem.base->model;
     const Params& controls = problem.base->controls;
     const NlpOptions options = nlp_options(problem.interior, controls);
-    NlpOutcome outcome = solve_nlp_locally(smooth, controls, options, monitor);
+    NlpOutcome outcome = solve_nlp_locally(smooth, controls, options, monitor, problem.nlp.get());
     if (outcome.status == NSLP_UNFINISHED && outcome.stop == NLRA_STOP_NONE) return {};
     judge_globally(model, outcome, monitor);
     if (!outcome.solution.present) return outcome;
@@ -95,10 +96,8 @@ std::optional<NlpOutcome> solve_smooth_form(const nslp_problem& problem, const M
     if (!cut_down(model, outcome.solution)) return {};
     constexpr double kLoosest = 1e-6;
     const double tolerance = std::max(10.0 * controls.get_double(kFeasTol), kLoosest);
-    const bool is_optimum =
-        outcome.status == NSLP_LOCALLY_OPTIMAL || outcome.status == NSLP_GLOBALLY_OPTIMAL;
-    if (is_optimum && !(is_tight(objective, outcome.solution) &&
-                        meets_rows(model, outcome.solution, tolerance))) {
+    if (is_optimum(outcome.status) && !(is_tight(objective, outcome.solution) &&
+                                        meets_rows(model, outcome.solution, tolerance))) {
         return {};
     }
     return outcome;
@@ -108,17 +107,32 @@ void solve_continuous(nslp_problem& problem, const std::optional<Model>& smooth,
     Model& model = problem.base->model;
     std::optional<NlpOutcome> outcome;
     bool has_kinks = function_kinds(model.formulas).nonsmooth;
+    bool is_smooth_form = smooth.has_value();
+    if (!problem.nlp) problem.nlp = std::make_shared<NlpMemory>();
     if (smooth) {
         outcome = solve_smooth_form(problem, *smooth, monitor);
         if (outcome) has_kinks = function_kinds(smooth->formulas).nonsmooth;
         if (!outcome) monitor.log(1, "Trying again with subgradients at all kinks");
     }
+    const Params& controls = problem.base->controls;
     if (!outcome) {
-        const Params& controls = problem.base->controls;
-        outcome =
-            solve_nlp_locally(model, controls, nlp_options(problem.interior, controls), monitor);
+        is_smooth_form = false;
+        outcome = solve_nlp_locally(model, controls, nlp_options(problem.interior, controls),
+                                    monitor, problem.nlp.get());
     }
     if (has_kinks) settle_kinks(problem, *outcome, monitor);
+    // Functions of the user's do not outlive the solve.
+    if (!model.formulas.functions.empty()) problem.nlp.reset();
+    if (is_optimum(outcome->status)) {
+        problem.memory.emplace(nslp_problem::Memory{controls, problem.interior, is_smooth_form});
+    }
+    SolveInfo& info = problem.base->info;
+    info.barrier_iterations = outcome->iterations;
+    info.rel_gap = std::numeric_limits<double>::infinity();
+    if (outcome->status == NSLP_GLOBALLY_OPTIMAL) {
+        info.best_bound = outcome->solution.objective;
+        info.rel_gap = 0.0;
+    }
     model.formulas.last = end_of(*outcome);
     problem.result.status = outcome->status;
     problem.result.stop = outcome->stop;
@@ -174,19 +188,26 @@ const char* status_text(int status) {
 
 void optimize_nonlinear(nslp_problem& problem) {
     Monitor monitor(*problem.base);
-    problem.base->drop_solutions();
     log_header(*problem.base, monitor);
-    try {
-        solve(problem, monitor);
-    } catch (const UserFunctionFailed&) {
-        problem.result = {};
-        problem.result.status = NSLP_UNFINISHED;
-        problem.result.stop = NLRA_STOP_USER;
-        fail(NLRA_ERROR_STATE, "a user function failed");
-    }
     const Model& model = problem.base->model;
     Solution& solution = problem.result.solution;
-    settle_unused_columns(model, solution);
+    if (stands(problem, monitor)) {
+        keep_optimum(problem, monitor);
+    } else {
+        problem.memory.reset();
+        problem.base->drop_solutions();
+        try {
+            solve(problem, monitor);
+        } catch (const UserFunctionFailed&) {
+            problem.result = {};
+            problem.result.status = NSLP_UNFINISHED;
+            problem.result.stop = NLRA_STOP_USER;
+            fail(NLRA_ERROR_STATE, "a user function failed");
+        }
+        if (problem.result.status == NSLP_INFEASIBLE) solution.clear();
+        settle_unused_columns(model, solution);
+        tell_problem_beneath(problem);
+    }
     problem.base->info.seconds = monitor.elapsed();
     monitor.log(1, "Nonlinear problem: %s, objective %.10g, %ld iterations, %.2f s",
                 status_text(problem.result.status), solution.objective, problem.result.iterations,

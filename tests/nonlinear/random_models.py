@@ -31,7 +31,7 @@ class Model:
 
     def solve(self):
         self.p = p = nalora.problem()
-        x = [nalora.var(lb=low, ub=high) for low, high in self.bounds]
+        self.x = x = [nalora.var(lb=low, ub=high) for low, high in self.bounds]
         p.addVariable(x)
         for row, low, high in self.rows:
             body = row(x, nalora)
@@ -42,11 +42,21 @@ class Model:
         p.setObjective(self.objective(x, nalora))
         for xi, value in zip(x, self.start):
             p.chgvar(xi, initvalue=value)
+        return self.again()
+
+    def again(self):
+        p = self.p
         p.nlpoptimize()
         values, duals = [], []
         if p.attributes.nslp_status in SOLVED:
             p.getslpsol(values, None, duals)
         return p.attributes.nslp_status, np.array(values), duals
+
+    def judge(self, status, x, duals):
+        if status not in SOLVED:
+            return f"status {status}"
+        violation, wrong = self.misses(x, duals)
+        return f"misses {violation:.1e}, {wrong:.1e}" if max(violation, wrong) > 2e-5 else ""
 
     def misses(self, x, duals):
         """Relative misses of rows, and of the conditions of Karush, Kuhn and Tucker."""
@@ -126,8 +136,8 @@ def fit(seed):
     return f"gain {share:.1e}" if share > 1e-6 else ""
 
 
-def feasible(seed):
-    """What is wrong with the answer to nonconvex rows that a point, kept aside, meets."""
+def feasible_model(seed):
+    """Nonconvex rows that a point, kept aside, meets."""
     rng = np.random.default_rng(10_000 + seed)
     n = int(rng.integers(2, 11))
     kind = ("quadratic", "nonlinear", "quadratic", "nonlinear", "distances")[seed % 5]
@@ -188,12 +198,12 @@ def feasible(seed):
         lambda x, m: sum((x[j] - target[j]) ** 2 for j in range(n)) + bend * x[0] * m.sin(x[n - 1]),
         lambda x, m: sum(m.sqrt(1 + (x[j] - target[j]) ** 2) for j in range(n)),
     ]
-    model = Model(objectives[rng.integers(3)], bounds, rows)
-    status, x, duals = model.solve()
-    if status not in SOLVED:
-        return f"status {status}"
-    violation, wrong = model.misses(x, duals)
-    return f"misses {violation:.1e}, {wrong:.1e}" if max(violation, wrong) > 2e-5 else ""
+    return Model(objectives[rng.integers(3)], bounds, rows)
+
+
+def feasible(seed):
+    model = feasible_model(seed)
+    return model.judge(*model.solve())
 
 
 def main():

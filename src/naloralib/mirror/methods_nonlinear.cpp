@@ -126,7 +126,10 @@ constexpr Method kNonlinearMethods[] = {
          "with integer variables solved by outer approximation, both to a global optimum; of\n"
          "others a local optimum is found, by an interior point method, which is a global one\n"
          "where the problem is proven to be convex. It begins where the last solve ended, or at\n"
-         "the initial values if any have been set since then (see chgvar()).\n\n"
+         "the initial values if any have been set since then (see chgvar()); where nothing has "
+         "changed\n"
+         "the solution is only checked. A problem without formulas has the status lp_optimal or\n"
+         "mip_optimal after it where the optimum is proven, otherwise it counts as unfinished.\n\n"
          "Arguments: flags, a str; no letter has a meaning but 'g', which is accepted. Raises\n"
          "SolverError when the problem cannot be solved, as with integer variables where it is\n"
          "not convex, and what a user function raised.",

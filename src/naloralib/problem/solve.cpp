@@ -199,7 +199,8 @@ const PyMethodDef kMethods[] = {
      "Status of the last solve as a str, for instance 'lp_optimal'."},
     {"getObjVal", plain<get_objective_value>, METH_NOARGS,
      "getObjVal($self, /)\n--\n\n"
-     "Objective value of the last solve (a float), the objective's constant included."},
+     "Objective value of the last solve (a float), the objective's constant included; NaN where\n"
+     "there is no solution."},
     {"getSolution", method(get_solution_method), METH_FASTCALL | METH_KEYWORDS,
      "getSolution($self, /, *args, flatten=False)\n--\n\n"
      "Values in the solution.\n\n"
