@@ -13,6 +13,10 @@ struct Condition {
     bool active;
     std::vector<LinearTerm> terms;
     double side;
+    // Unless empty: in solutions the terms, of one column, are no greater than these and a
+    // constant, or than zero.
+    std::vector<LinearTerm> limit = {};
+    double limit_constant = 0.0;
 };
 
 // The condition as a row, for points where the terms are no greater than side + excess.

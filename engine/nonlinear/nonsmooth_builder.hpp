@@ -91,6 +91,7 @@ class NonsmoothBuilder {
     void add_terms(int node, double factor);
     void move_to_column(int node, char kind = 'C');
     Range range_of(int node, const NodeFacts& facts, const ColumnBounds& bounds) const;
+    void limit_by_argument(Condition& condition) const;
     Condition condition_of(const Implication& rule) const;
     void imply(int binary, bool active, int node, double node_factor, double side,
                std::vector<LinearTerm> terms = {});

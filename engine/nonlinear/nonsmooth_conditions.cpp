@@ -37,11 +37,31 @@ void NonsmoothBuilder::tighten(const NodeFacts& facts, ColumnBounds& bounds) con
     }
 }
 
+// An outer column is as far as the argument lies outside, but two of them may grow together where
+// rows do not choose between them.
+void NonsmoothBuilder::limit_by_argument(Condition& condition) const {
+    if (condition.terms.size() != 1 || condition.terms[0].value != 1.0) return;
+    const int col = condition.terms[0].col;
+    const auto ends = std::lower_bound(ends_.begin(), ends_.end(), col,
+                                       [](const Ends& a, int b) { return a.behind < b; });
+    if (ends == ends_.end() || (col != ends->before && col != ends->behind)) return;
+    const double sign = col == ends->before ? -1.0 : 1.0;
+    const Value& value = value_[ends->argument];
+    condition.limit_constant =
+        sign * (value.constant - (col == ends->before ? ends->first : ends->last));
+    for (size_t k = value.begin; k < value.end; ++k) {
+        condition.limit.push_back({pool_[k].col, sign * pool_[k].value});
+    }
+}
+
 // What the rule says where it is in force.
 Condition NonsmoothBuilder::condition_of(const Implication& rule) const {
     Condition condition{rule.condition_col, rule.active, rule.terms, rule.side};
     if (rule.condition_node >= 0) condition.col = pool_[value_[rule.condition_node].begin].col;
-    if (rule.node < 0) return condition;
+    if (rule.node < 0) {
+        limit_by_argument(condition);
+        return condition;
+    }
     const Value& value = value_[rule.node];
     condition.side -= rule.node_factor * value.constant;
     for (size_t k = value.begin; k < value.end; ++k) {

@@ -68,13 +68,23 @@ std::vector<Condition> limit_by_linear_programs(Model& model,
     std::vector<Condition> open;
     RowBlock rows;
     for (const Condition& condition : conditions) {
-        const double excess =
-            monitor.should_stop() ? HUGE_VAL : bounds.most(condition.terms) - condition.side;
+        double most = HUGE_VAL;
+        if (monitor.should_stop()) {
+            // Bounds that are not known are infinite.
+        } else if (condition.limit.empty()) {
+            most = bounds.most(condition.terms);
+        } else {
+            most = std::max(0.0, bounds.most(condition.limit) + condition.limit_constant);
+        }
+        const double excess = most - condition.side;
         if (!(excess <= kMaxExcess)) {
             open.push_back(condition);
-        } else if (excess > 0.0) {
-            add_row(condition, excess, rows);
+            continue;
         }
+        if (excess > 0.0) add_row(condition, excess, rows);
+        if (condition.limit.empty()) continue;
+        const int col = condition.terms[0].col;
+        model.set_bounds(col, model.lower[col], std::min(model.upper[col], most));
     }
     rows.append_to(model);
     return open;
