@@ -16,7 +16,8 @@ using Real = DenseNewton::Real;
 constexpr double kEpsilon = 2.3e-16;
 constexpr double kNoise = 8.0;             // rounding errors that a residual may consist of
 constexpr double kLeastCurvature = 1e-17;  // relative, for the judgement without a factorization
-constexpr int kMaxDense = 600;
+constexpr int kMaxDense = 900;
+constexpr double kDenseFlops = 3e9;  // of all steps together, some seconds
 constexpr int kMaxSteps = 400;
 constexpr double kSparseRegularization = 1e-12;
 constexpr double kSparseFlops = 2e10;
@@ -347,12 +348,15 @@ Settled Settlement::judge_dense() {
     measure_slopes();
     DenseNewton newton(0, 0);
     int repeats = 0;
+    double flops = 0.0;
     for (int step = 0; step < kMaxSteps; ++step) {
         if (run_.monitor.should_stop()) {
             run_.stopped = true;
             return Settled::kImprovable;
         }
-        if (static_cast<int>(free_columns().size()) > kMaxDense) return judge_sparse();
+        const double size = static_cast<double>(free_columns().size());
+        flops += size * size * size;
+        if (size > kMaxDense || flops > kDenseFlops) return judge_sparse();
         const bool moved = take_step(newton);
         if (!linear && ++repeats > 6) break;
         if (moved) continue;
