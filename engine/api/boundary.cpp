@@ -21,26 +21,33 @@ bool names_the_call(int code) {
 
 }  // namespace
 
-Hold::Hold(nlra_problem& problem, Access access) {
-    if (access == Access::kPeek) return;
+bool take(nlra_problem& problem, Access access) {
+    const std::thread::id self = std::this_thread::get_id();
     if (!problem.busy.exchange(true, std::memory_order_acquire)) {
-        problem.holder.store(std::this_thread::get_id(), std::memory_order_relaxed);
-        held_ = &problem;
-        return;
+        problem.holder.store(self, std::memory_order_relaxed);
+        return true;
     }
-    // A callback of this thread's own solve may share what the solve holds.
-    if (access == Access::kShare &&
-        problem.holder.load(std::memory_order_relaxed) == std::this_thread::get_id()) {
-        return;
-    }
+    const bool own = problem.holder.load(std::memory_order_relaxed) == self;
+    // A callback of this thread's own solve may share what the solve holds, no more.
+    if (own && (access == Access::kShare || !problem.changing)) return false;
     fail(NLRA_ERROR_BUSY, problem.solving.load() ? "the problem is being solved"
                                                  : "the problem is in use by another thread");
 }
 
+void give_back(nlra_problem& problem) {
+    problem.holder.store(std::thread::id(), std::memory_order_relaxed);
+    problem.busy.store(false, std::memory_order_release);
+}
+
+Hold::Hold(nlra_problem& problem, Access access) : problem_(problem), access_(access) {
+    if (access == Access::kPeek) return;
+    taken_ = take(problem, access);
+    if (access == Access::kChange) problem.changing = true;
+}
+
 Hold::~Hold() {
-    if (held_ == nullptr) return;
-    held_->holder.store(std::thread::id(), std::memory_order_relaxed);
-    held_->busy.store(false, std::memory_order_release);
+    if (access_ == Access::kChange) problem_.changing = false;
+    if (taken_ && !problem_.kept) give_back(problem_);
 }
 
 void require_started() {
@@ -49,8 +56,12 @@ void require_started() {
     }
 }
 
-void require_usable(const nlra_problem* problem) {
+void require_handle(const nlra_problem* problem) {
     if (problem == nullptr) fail(NLRA_ERROR_ARGUMENT, "the problem handle is null");
+}
+
+void require_usable(const nlra_problem* problem) {
+    require_handle(problem);
     if (!environment().started.load()) fail(NLRA_ERROR_CLOSED, "the library has been stopped");
 }
 

@@ -16,6 +16,11 @@ enum class Access {
     kChange,  // changes, solves or frees: refused while anything else goes on
 };
 
+// Take the problem for this thread; throws Error NLRA_ERROR_BUSY when that cannot be. True when it
+// was free before, and so has to be given back; false when this thread had it already.
+bool take(nlra_problem& problem, Access access);
+void give_back(nlra_problem& problem);
+
 // Holds the problem for the time of one call; throws Error NLRA_ERROR_BUSY when it cannot.
 class Hold {
   public:
@@ -25,9 +30,12 @@ class Hold {
     Hold& operator=(const Hold&) = delete;
 
   private:
-    nlra_problem* held_ = nullptr;
+    nlra_problem& problem_;
+    const Access access_;
+    bool taken_ = false;
 };
 
+void require_handle(const nlra_problem* problem);
 // Throw unless the handle is not null and the library is started.
 void require_usable(const nlra_problem* problem);
 // The same for the nonlinear solver; the problem beneath must still be there.
@@ -77,15 +85,26 @@ int call(nlra_problem* problem, const char* function, Access access, Body&& body
     });
 }
 
-// Calls on a nonlinear problem: the guard is that of the problem beneath.
+// Calls on a problem that take something back, which must not depend on the library running: what
+// was registered may not live longer than its owner.
+template <class Body>
+int call_to_undo(nlra_problem* problem, const char* function, Body&& body) noexcept {
+    return guarded(problem != nullptr ? problem->error : environment().error, function, [&] {
+        require_handle(problem);
+        const Hold hold(*problem, Access::kShare);
+        body(*problem);
+    });
+}
+
+// Calls on a nonlinear problem: the guard is that of the problem beneath. The last error of both is
+// that of the later call.
 template <class Body>
 int call(nslp_problem* problem, const char* function, Access access, Body&& body) noexcept {
+    if (problem != nullptr && problem->base != nullptr) problem->base->error.clear();
     return guarded(problem != nullptr ? problem->error : environment().error, function, [&] {
         require_usable(problem);
         const Hold hold(*problem->base, access);
         problem->base->settle();
-        // The last error of both is that of the later call.
-        problem->base->error.clear();
         body(*problem);
     });
 }

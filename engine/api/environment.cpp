@@ -46,6 +46,7 @@ int NLRAfree() {
     return call_environment(__func__, [] {
         Environment& all = environment();
         all.started.store(false);
+        ++all.stops;
         all.nonlinear_started.store(false);
         const std::lock_guard lock(all.mutex);
         all.handlers.clear();

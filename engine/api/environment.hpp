@@ -15,6 +15,7 @@ namespace nlra {
 
 struct Environment {
     std::atomic<bool> started{false};
+    std::atomic<unsigned> stops{0};  // how often the library was stopped
     std::atomic<bool> nonlinear_started{false};
     std::atomic<bool> checked{true};
     std::atomic<bool> consistent{false};  // recorded only: there is one execution path

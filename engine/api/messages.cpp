@@ -60,7 +60,7 @@ int NLRAaddcbmessage(NLRAprob prob, NLRAmessagecb callback, void* data, int prio
 }
 
 int NLRAremovecbmessage(NLRAprob prob, NLRAmessagecb callback, void* data) {
-    return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
+    return call_to_undo(prob, __func__, [&](nlra_problem& problem) {
         remove_callbacks(problem.message_callbacks, callback, data);
     });
 }
@@ -73,7 +73,7 @@ int NLRAaddcbchecktime(NLRAprob prob, NLRAchecktimecb callback, void* data, int 
 }
 
 int NLRAremovecbchecktime(NLRAprob prob, NLRAchecktimecb callback, void* data) {
-    return call(prob, __func__, Access::kShare, [&](nlra_problem& problem) {
+    return call_to_undo(prob, __func__, [&](nlra_problem& problem) {
         remove_callbacks(problem.checktime_callbacks, callback, data);
     });
 }

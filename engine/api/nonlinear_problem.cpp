@@ -44,6 +44,7 @@ int NSLPdestroyprob(NSLPprob prob) {
         return call_environment(
             __func__, [] { fail(NLRA_ERROR_ARGUMENT, "the nonlinear problem handle is null"); });
     }
+    if (prob->base != nullptr) prob->base->error.clear();
     const int status = guarded(prob->error, __func__, [&] {
         if (prob->base == nullptr) return;
         const Hold hold(*prob->base, Access::kChange);

@@ -35,6 +35,7 @@ int NSLPnlpoptimize(NSLPprob prob, const char* flags) {
         }
         const Solving solving(*problem.base);
         optimize_nonlinear(problem);
+        solving.finish();
     });
 }
 

@@ -57,8 +57,8 @@ int NLRAdestroyprob(NLRAprob prob) {
     if (status != 0) return status;
     // Taken until the memory is gone: nobody else can have it any more.
     status = guarded(prob->error, __func__, [&] {
-        if (prob->busy.exchange(true, std::memory_order_acquire)) {
-            fail(NLRA_ERROR_BUSY, "the problem is being solved");
+        if (!take(*prob, Access::kChange)) {
+            fail(NLRA_ERROR_BUSY, "the problem is in use");
         }
     });
     if (status != 0) return status;
@@ -68,6 +68,22 @@ int NLRAdestroyprob(NLRAprob prob) {
     }
     delete prob;
     return 0;
+}
+
+int NLRAhold(NLRAprob prob) {
+    return call(prob, __func__, Access::kChange, [](nlra_problem& problem) {
+        if (problem.kept) fail(NLRA_ERROR_BUSY, "the problem is in use");
+        problem.kept = true;
+    });
+}
+
+int NLRArelease(NLRAprob prob) {
+    return call_to_undo(prob, __func__, [](nlra_problem& problem) {
+        if (problem.changing) fail(NLRA_ERROR_BUSY, "the problem is being solved");
+        if (!problem.kept) fail(NLRA_ERROR_STATE, "the problem is not held");
+        problem.kept = false;
+        give_back(problem);
+    });
 }
 
 int NLRAcopyprob(NLRAprob dest, NLRAprob source, const char* name) {

@@ -84,9 +84,12 @@ struct nlra_problem {
     std::unique_ptr<nlra::QuadraticMemory> quadratic;
 
     // Held by whoever changes, solves or reads results of the problem (api/boundary.hpp);
-    // `holder` is the thread that does.
+    // `holder` is the thread that does, for one call or from NLRAhold to NLRArelease.
     std::atomic<bool> busy{false};
     std::atomic<std::thread::id> holder{};
+    // Only the holder looks at these.
+    bool changing = false;  // in a call that changes or solves
+    bool kept = false;      // from NLRAhold to NLRArelease
     std::atomic<bool> solving{false};
     std::atomic<int> stop_request{0};  // NLRA_STOP_..., set by NLRAinterrupt while solving
 

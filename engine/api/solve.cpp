@@ -29,6 +29,7 @@ int optimize(NLRAprob prob, const char* function, const char* flags, const char*
         const Solving solving(problem);
         problem.drop_nonlinear_results();
         solve(problem, wanted);
+        solving.finish();
     });
 }
 

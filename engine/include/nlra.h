@@ -15,7 +15,8 @@
  * - A problem belongs to one thread at a time. While it is being solved it is busy: every call
  *   that would change, solve or free it, from any thread or callback, fails with
  *   NLRA_ERROR_BUSY; NLRAinterrupt, reading controls, attributes, sizes, names and bounds stay
- *   allowed from its own callbacks. Different problems may be used in different threads at once.
+ *   allowed from its own callbacks. NLRAhold keeps other threads out for longer than a call.
+ *   Different problems may be used in different threads at once.
  * - Callbacks are called on the thread that called the function during which they happen.
  */
 #ifndef NLRA_H
@@ -142,8 +143,10 @@ typedef int (*NLRAchecktimecb)(NLRAprob prob, void* data);
 
 /* Start the library; `path` is unused and may be null. May be called again. */
 NLRA_API int NLRAinit(const char* path);
-/* Stop it. Live problem handles stay valid memory; every call on them but NLRAdestroyprob fails
- * with NLRA_ERROR_CLOSED until the library is started again. Message handlers are removed. */
+/* Stop it. Live problem handles stay valid memory; every call on them fails with NLRA_ERROR_CLOSED
+ * until the library is started again, but for NLRAdestroyprob, NLRArelease and the removal of
+ * callbacks. Solves under way end early and fail so, whether or not it is started again meanwhile;
+ * what they have found can be read when it is. Message handlers are removed. */
 NLRA_API int NLRAfree(void);
 /* At most 32 bytes, the NUL included. */
 NLRA_API int NLRAgetversion(char* version);
@@ -168,6 +171,11 @@ NLRA_API int NLRAgetobjecttypename(void* object, const char** name);
 
 NLRA_API int NLRAcreateprob(NLRAprob* prob);
 NLRA_API int NLRAdestroyprob(NLRAprob prob);
+/* Keep the problem for this thread until NLRArelease: calls from others that would change, solve or
+ * read results of it fail with NLRA_ERROR_BUSY, and so do a second NLRAhold and NLRAdestroyprob
+ * from any. Not possible while the problem is being solved. */
+NLRA_API int NLRAhold(NLRAprob prob);
+NLRA_API int NLRArelease(NLRAprob prob);
 /* Copy model, name (unless `name` is given and not empty) and solutions of `source` over `dest`;
  * controls and callbacks of `dest` stay. */
 NLRA_API int NLRAcopyprob(NLRAprob dest, NLRAprob source, const char* name);

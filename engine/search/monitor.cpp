@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "api/environment.hpp"
 #include "api/messages.hpp"
 #include "api/problem.hpp"
 
@@ -19,7 +20,8 @@ Monitor::Monitor(nlra_problem& problem)
       begin_(Clock::now()),
       last_poll_(begin_),
       time_limit_(problem.controls.get_double(kTimeLimit)),
-      log_level_(static_cast<int>(problem.controls.get_int(kLogLevel))) {
+      log_level_(static_cast<int>(problem.controls.get_int(kLogLevel))),
+      stops_(environment().stops.load()) {
     if (!has_listeners(problem)) log_level_ = 0;
 }
 
@@ -43,6 +45,7 @@ bool Monitor::should_stop() {
     const Clock::time_point now = Clock::now();
     if (now - last_poll_ < kPollInterval) return false;
     last_poll_ = now;
+    if (environment().stops.load(std::memory_order_relaxed) != stops_) stop(NLRA_STOP_USER);
     if (remaining() <= 0.0) stop(NLRA_STOP_TIMELIMIT);
     // A callback may add or remove callbacks.
     const auto callbacks = problem_.checktime_callbacks;

@@ -21,8 +21,9 @@ class Monitor {
     // Lines above this level need not be made at all. 0 also where nobody listens.
     int log_level() const { return log_level_; }
 
-    // Poll: runs the check-time callbacks at most every 20 ms, looks at the time limit and at
-    // NLRAinterrupt. True once the solve must stop; cheap enough for every iteration.
+    // Poll: runs the check-time callbacks at most every 20 ms, looks at the time limit, at
+    // NLRAinterrupt and at whether the library was stopped. True once the solve must stop; cheap
+    // enough for every iteration.
     bool should_stop();
     // Make the solve stop for this reason (the first one counts).
     void stop(int reason);
@@ -39,6 +40,7 @@ class Monitor {
     Clock::time_point last_poll_;
     double time_limit_;
     int log_level_;
+    unsigned stops_;  // of the library, when the solve began
 };
 
 // While it lives, the lines of a solver that does part of the work count as details.

@@ -61,8 +61,9 @@ TEST("api: handles outlive the stop, and work again after the next start") {
     CHECK(NLRAfree() == 0 && NLRAfree() == 0);
     int value = 0;
     CHECK(NLRAgetintattrib(prob, NLRA_ROWS, &value) == NLRA_ERROR_CLOSED);
-    CHECK(NSLPgetintattrib(above, NSLP_ROWS, &value) == NLRA_ERROR_CLOSED);
     CHECK(error_text(prob) == "NLRAgetintattrib: the library has been stopped");
+    CHECK(NSLPgetintattrib(above, NSLP_ROWS, &value) == NLRA_ERROR_CLOSED);
+    CHECK(error_text(prob).empty());  // of the call before, and this one's is its own handle's
     NLRAprob late = nullptr;
     CHECK(NLRAcreateprob(&late) == NLRA_ERROR_NOTSTARTED && NSLPinit() == NLRA_ERROR_NOTSTARTED);
     CHECK(NLRAdestroyprob(doomed) == 0);  // with a nonlinear problem still on it
@@ -150,6 +151,7 @@ void meddle(NLRAprob prob, void* data, const char*, int, int) {
     CHECK(error_text(prob) == "NLRAchgcoef: the problem is being solved");
     CHECK(NLRAmipoptimize(prob, nullptr) == NLRA_ERROR_BUSY);
     CHECK(NLRAdestroyprob(prob) == NLRA_ERROR_BUSY);
+    CHECK(NLRAhold(prob) == NLRA_ERROR_BUSY && NLRArelease(prob) == NLRA_ERROR_BUSY);
     CHECK(NLRAsetintcontrol(prob, NLRA_LOGLEVEL, 0) == NLRA_ERROR_BUSY);
     CHECK(read_problem(prob).ncols() == 3);
     std::thread([&] {
@@ -189,6 +191,43 @@ TEST("api: messages reach callbacks by priority, then handlers, during a busy so
     CHECK(NLRA_ge_removecbmsghandler(nullptr, nullptr) == 0);
     CHECK(NLRAmipoptimize(p, nullptr) == 0 && first == second && listener.lines > first);
     CHECK(NLRAchgcoef(p, 0, 0, 1.0) == 0);  // free again
+
+    // What holds for a call holds for all calls from a hold to its release.
+    CHECK(NLRAhold(p) == 0 && NLRAhold(p) == NLRA_ERROR_BUSY);
+    CHECK(NLRAaddcbmessage(p, meddle, &listener, 5) == 0);
+    listener.lines = 0;
+    CHECK(NLRAmipoptimize(p, nullptr) == 0 && listener.log == "mm");
+    CHECK(NLRAdestroyprob(p) == NLRA_ERROR_BUSY);
+    const auto others = [&](int expected) {
+        std::thread([&] {
+            CHECK(NLRAchgcoef(p, 0, 0, 1.0) == expected);
+            CHECK(NLRAmipoptimize(p, nullptr) == expected);
+            CHECK(NLRAgetmipsol(p, nullptr, nullptr) == expected);
+            CHECK(NLRArelease(p) == (expected != 0 ? expected : NLRA_ERROR_STATE));
+        }).join();
+    };
+    others(NLRA_ERROR_BUSY);
+    CHECK(NLRArelease(p) == 0 && NLRArelease(p) == NLRA_ERROR_STATE);
+    others(0);
+}
+
+TEST("api: stopping the library ends a solve under way, whose callbacks can still be removed") {
+    const Problem p;
+    fill(p);
+    const auto stop = [](NLRAprob, void*, const char*, int, int) { NLRAfree(), NLRAinit(nullptr); };
+    const auto poll = [](NLRAprob, void* data) { return ++*static_cast<int*>(data), 0; };
+    int polls = 0;
+    REQUIRE(NLRAaddcbmessage(p, stop, nullptr, 0) == 0);
+    REQUIRE(NLRAaddcbchecktime(p, poll, &polls, 0) == 0);
+    CHECK(NLRAmipoptimize(p, nullptr) == NLRA_ERROR_CLOSED);
+    CHECK(error_text(p) ==
+          "NLRAmipoptimize: the library was stopped while the problem was being "
+          "solved");
+    CHECK(NLRAfree() == 0 && NLRAremovecbmessage(p, stop, nullptr) == 0);
+    CHECK(NLRAremovecbchecktime(p, poll, nullptr) == 0);
+    CHECK(NLRAinit(nullptr) == 0);
+    polls = 0;
+    CHECK(NLRAmipoptimize(p, nullptr) == 0 && polls == 0);
 }
 
 TEST("api: starting solutions follow the columns that are deleted") {

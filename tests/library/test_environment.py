@@ -64,7 +64,7 @@ def test_problems_outlive_the_stop():
         p.reset,
         p.solve,
     ]:
-        with pytest.raises(nalora.SolverError, match="stopped"):
+        with pytest.raises(nalora.SolverError, match=r"been st(opp|art)ed"):
             use()
     q = nalora.problem(nalora.var())  # starts the library again
     assert q.attributes.cols == 1
@@ -75,6 +75,31 @@ def test_problems_outlive_the_stop():
     assert nalora.getversion()
     assert p.getIndex(x) == 0
     assert p.copy().getAttrib("cols") == 1
+
+
+@pytest.mark.parametrize("kind", ["linear", "integer", "nonlinear"])
+def test_stopping_during_a_solve(kind, silent):
+    def stop(*_):
+        if not stopped:
+            stopped.append(nalora.free())
+
+    stopped = []
+    x = nalora.var(ub=3.5, vartype=nalora.integer if kind == "integer" else nalora.continuous)
+    p = nalora.problem(x, nalora.exp(-x) - x if kind == "nonlinear" else -x)
+    nalora.addcbmsghandler(stop, None, 0)
+    try:
+        with pytest.raises(nalora.SolverError, match="was stopped while the problem was being"):
+            p.solve()
+        # Not the error of any call before.
+        for use in [p.getProbStatus, p.getObjVal, p.getSolution, p.getSlack, p.solve, p.getvar]:
+            with pytest.raises(nalora.SolverError, match=r"been stopped|Could not get"):
+                use(*[0] * (use == p.getvar))
+        nalora.init()
+        for _ in range(2):
+            assert p.solve() is None
+            assert p.getSolution(x) == pytest.approx(3 if kind == "integer" else 3.5)
+    finally:
+        nalora.removecbmsghandler(stop)
 
 
 def test_forced_start_keeps_everything():

@@ -5,7 +5,6 @@ import subprocess
 import sys
 import textwrap
 import threading
-import time
 
 import pytest
 from model_file import fails
@@ -245,34 +244,55 @@ def test_exceptions_of_other_signal_handlers_end_a_solve():
     assert (result.stdout, result.stderr) == ("alarm True\n", "")
 
 
-def test_a_problem_that_is_being_solved_is_busy():
-    scope = {}
-    exec(HARD, scope)
-    p = scope["hard"]()
-    variables = p.getVariable()
-    p.controls.timelimit = 20
-    solver = threading.Thread(target=p.solve)
-    solver.start()
-    time.sleep(0.3)
-    new = nalora.var()
-    for change in (
-        lambda: p.addVariable(new),
-        lambda: p.addConstraint(variables[0] >= 1),
-        lambda: p.addSOS(nalora.sos(variables[:2], [1, 2])),
-        lambda: p.delVariable(0),
-        lambda: p.setObjective(variables[0]),
-        lambda: p.chgrhs([0], [1]),
-        p.solve,
-        p.lpoptimize,
-    ):
-        with pytest.raises(nalora.SolverError, match="solved"):
-            change()
-    p.interrupt(nalora.stop_user)
-    solver.join()
-    assert p.attributes.stopstatus == nalora.stop_user
-    assert len(p.getVariable()) == len(variables) == p.attributes.cols
-    p.addVariable(new)
-    assert p.getIndex(new) == len(variables)
+def fill(p):
+    x = [nalora.var(ub=1) for _ in range(4)]
+    p.addVariable(x)
+    p.addConstraint(x[i] + x[i - 1] <= 1.5 for i in range(4))
+    p.setObjective(sum(x), nalora.maximize)
+
+
+def test_whatever_another_thread_does_beside_solves(tmp_path, silent):
+    p, file = nalora.problem(), str(tmp_path / "model.nlm")
+    fill(p)
+    p.write(file, "g")
+    changes = [p.reset, p.__init__, lambda: p.read(file), lambda: p.read(__file__), p.copy, p.solve]
+    changes += [lambda: fill(p), lambda: p.delVariable(0), lambda: p.delConstraint([0, 1])]
+    changes += [lambda: p.addSOS(nalora.sos(p.getVariable()[:2], [1, 2])), p.lpoptimize]
+    changes += [lambda: p.setControl("miptol", 1e-6), lambda: p.chgrhs([0], [1]), p.nlpoptimize]
+    changes += [p.getSolution, p.getDual, p.interrupt, lambda: p.write(file, "g"), p.getAttrib]
+    errors = set()
+
+    def solve():
+        while other.is_alive():
+            attempt(p.solve)
+
+    def work():
+        for i in range(40):
+            for change in changes[:1] * (i % 4) + changes:
+                attempt(change)
+
+    def attempt(call):
+        try:
+            call()
+        except (nalora.SolverError, nalora.ModelError, TypeError) as error:
+            errors.add(str(error))
+
+    solver, other = threading.Thread(target=solve), threading.Thread(target=work)
+    interval = sys.getswitchinterval()
+    sys.setswitchinterval(1e-5)
+    try:
+        other.start()
+        solver.start()
+        other.join()
+        solver.join()
+    finally:
+        sys.setswitchinterval(interval)
+    assert any("the problem is being solved" in error for error in errors)
+    assert not any("Unidentified" in error or "initialised" in error for error in errors)
+    p.reset()
+    fill(p)
+    p.solve()
+    assert p.getObjVal() == pytest.approx(3)
 
 
 def test_two_threads_solve_at_once():

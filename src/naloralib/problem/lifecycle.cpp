@@ -7,6 +7,7 @@
 #include "module/state.hpp"
 #include "problem/building.hpp"
 #include "problem/controls.hpp"
+#include "problem/solving.hpp"
 
 namespace nalora {
 
@@ -31,8 +32,12 @@ struct Lists {
     Ref list[3] = {take(PyList_New(0)), take(PyList_New(0)), take(PyList_New(0))};
 };
 
+// The old ones are released last, all of them: that may run Python code.
 void replace_lists(ProblemObject* p, Lists& lists) {
-    for (int i = 0; i < 3; ++i) assign_field(p->*kLists[i], std::move(lists.list[i]));
+    Ref old[3];
+    for (int i = 0; i < 3; ++i) {
+        old[i] = Ref::steal(std::exchange(p->*kLists[i], lists.list[i].release()));
+    }
 }
 
 void clear_fields(ProblemObject* p) noexcept {
@@ -94,10 +99,16 @@ void destroy_handles(ProblemObject* p) {
     }
 }
 
-// Raise before anything is changed when the problem is being solved.
+bool is_busy(const ProblemObject* p) noexcept {
+    if (p->prob == nullptr) return false;
+    const int status = NLRAhold(p->prob);
+    if (status == 0) NLRArelease(p->prob);
+    return status == NLRA_ERROR_BUSY;
+}
+
+// Raise before anything is changed when the problem is in use, in a solve for instance.
 void refuse_if_busy(ProblemObject* p) {
-    if (p->prob == nullptr) return;
-    check_library(NLRAchgbounds(p->prob, 0, nullptr, nullptr, nullptr), as_object(p));
+    if (p->prob != nullptr) const ProblemHold hold(p);
 }
 
 // Take everything down but the record. Reports failures as unraisable; a handle that cannot be
@@ -183,9 +194,10 @@ void initialise(ProblemObject* p, PyObject* elements, PyObject* kwargs) {
     const Declaration declaration = parse(kwargs);
     refuse_if_busy(p);
     take_down(p);
-    // The error is set before the handles that it comes from are gone.
+    // The error is set before the handles that it comes from are gone. They stay, and all else that
+    // a solve may reach, where code that ran meanwhile has made another thread solve the problem.
     if (guarded([&] { build(p, declaration, elements); }) < 0) {
-        take_down(p);
+        if (!is_busy(p)) take_down(p);
         throw PythonError{};
     }
 }
@@ -235,36 +247,47 @@ void problem_dealloc(PyObject* self) noexcept {
     Py_TYPE(self)->tp_free(self);
 }
 
+// The new state is whole before it takes the place of the old one, which then goes with the
+// temporary: last, because releasing it may run Python code.
 void reset_problem(ProblemObject* p) {
     require_initialised(p);
-    refuse_if_busy(p);
+    const Ref temporary = allocate(&ProblemType);
+    ProblemObject* fresh = temporary.as<ProblemObject>();
+    {
+        const ProblemHold hold(p);
+        apply_default_controls(p);
+    }
+    create_handles(fresh);
+    set_nonlinear_threads(fresh);
+    check_library(NLRAsetprobname(fresh->prob, ""), temporary.get());
+    load_empty(fresh, "");
     Lists lists;
-    // What can fail comes first: a refused default leaves the problem with all that it had.
-    apply_default_controls(p);
-    destroy_handles(p);
+    refuse_if_busy(p);
+    std::swap(p->prob, fresh->prob);
+    std::swap(p->nonlinear, fresh->nonlinear);
+    std::swap(p->user_functions, fresh->user_functions);
+    std::swap(p->callbacks, fresh->callbacks);
     clear_maps(p);
     replace_lists(p, lists);
-    clear_fields(p);
-    create_handles(p);
-    set_nonlinear_threads(p);
-    check_library(NLRAsetprobname(p->prob, ""), as_object(p));
-    load_empty(p, "");
 }
 
 // The defaults only matter where the source's controls cannot be copied over them.
 Ref copy_problem(ProblemObject* p) {
     require_initialised(p);
-    sync_lists(p);
-    for (const Registry* registry : {&kVariables, &kConstraints, &kSets}) close_gaps(p, *registry);
     Ref object = allocate(&ProblemType);
     ProblemObject* copy = object.as<ProblemObject>();
+    Lists lists;
+    replace_lists(copy, lists);
+    create_handles(copy);
+    apply_default_controls(copy);
+    // That may have run Python code; from here on the source stays as it is.
+    sync_lists(p);
+    for (const Registry* registry : {&kVariables, &kConstraints, &kSets}) close_gaps(p, *registry);
     for (int i = 0; i < 3; ++i) {
         PyObject* list = p->*kLists[i];
         assign_field(copy->*kLists[i], take(PyList_GetSlice(list, 0, PyList_GET_SIZE(list))));
         copy->*kMaps[i] = new IndexMap((p->*kMaps[i])->copy());
     }
-    create_handles(copy);
-    apply_default_controls(copy);
     check_library(NLRAcopyprob(copy->prob, p->prob, ""), object.get());
     const bool nonlinear = copy->nonlinear != nullptr && p->nonlinear != nullptr;
     if (nonlinear) {

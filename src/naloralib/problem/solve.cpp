@@ -17,12 +17,19 @@ constexpr std::chrono::milliseconds kSignalInterval{50};
 
 }  // namespace
 
-SignalWatch::SignalWatch(ProblemObject* p)
-    : prob_(p->prob), next_check_(Clock::now() + kSignalInterval) {
-    check_library(NLRAaddcbchecktime(prob_, check, this, 0), as_object(p));
+ProblemHold::ProblemHold(ProblemObject* p) : prob_(p->prob) {
+    check_library(NLRAhold(prob_), as_object(p));
 }
 
-SignalWatch::~SignalWatch() { NLRAremovecbchecktime(prob_, check, this); }
+ProblemHold::~ProblemHold() { NLRArelease(prob_); }
+
+SignalWatch::SignalWatch(ProblemObject* p) : hold_(p), next_check_(Clock::now() + kSignalInterval) {
+    check_library(NLRAaddcbchecktime(hold_.prob(), check, this, 0), as_object(p));
+}
+
+// Neither this nor the end of the hold can fail: both go without a library that is stopped, and
+// nobody else has the problem.
+SignalWatch::~SignalWatch() { NLRAremovecbchecktime(hold_.prob(), check, this); }
 
 int SignalWatch::check(NLRAprob prob, void* data) noexcept {
     auto* watch = static_cast<SignalWatch*>(data);
