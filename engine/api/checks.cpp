@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <string>
 
 #include "api/environment.hpp"
@@ -122,6 +123,14 @@ void check_block(DuplicateFinder& duplicates, int count, int64_t ncoefs, const i
                  element(index_name, repeat).c_str(), index[repeat], i);
         }
     }
+}
+
+const char* check_solve_flags(const char* flags) {
+    if (flags == nullptr) return "";
+    const char* const unknown = flags + std::strspn(flags, "dpblg");
+    if (*unknown == '\0') return flags;
+    fail(NLRA_ERROR_ARGUMENT, "flags: '%c' (code %d) is not one of dpblg", *unknown,
+         static_cast<unsigned char>(*unknown));
 }
 
 void check_finite(const char* name, const double* value, int64_t count) {

@@ -33,6 +33,9 @@ void check_starts(const int64_t* start, int count, int64_t ncoefs);
 void check_block(DuplicateFinder& duplicates, int count, int64_t ncoefs, const int64_t* start,
                  const char* index_name, const int* index, const char* value_name,
                  const double* value, int size, Kind kind);
+// The flags of a solve, of whatever class: each ignores the letters that it has no use for, so that
+// a problem that changes its class is still solved by the same call. Empty for null.
+const char* check_solve_flags(const char* flags);
 // Content: neither NaN nor infinite.
 void check_finite(const char* name, const double* value, int64_t count);
 

@@ -1,7 +1,6 @@
 // Nonlinear solves and their results.
-#include <cstring>
-
 #include "api/boundary.hpp"
+#include "api/checks.hpp"
 #include "api/solution_out.hpp"
 #include "search/optimize_nonlinear.hpp"
 #include "search/solving.hpp"
@@ -27,12 +26,7 @@ using namespace nlra;
 
 int NSLPnlpoptimize(NSLPprob prob, const char* flags) {
     return call(prob, __func__, Access::kChange, [&](nslp_problem& problem) {
-        const char* const wanted = flags != nullptr ? flags : "";
-        const char* const unknown = wanted + std::strspn(wanted, "g");
-        if (*unknown != '\0') {
-            fail(NLRA_ERROR_ARGUMENT, "flags: '%c' (code %d) is not one of g", *unknown,
-                 static_cast<unsigned char>(*unknown));
-        }
+        check_solve_flags(flags);
         const Solving solving(*problem.base);
         optimize_nonlinear(problem);
         solving.finish();

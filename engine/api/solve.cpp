@@ -1,7 +1,6 @@
 // Solving and results.
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <numeric>
 
 #include "api/boundary.hpp"
@@ -13,15 +12,10 @@
 namespace nlra {
 namespace {
 
-int optimize(NLRAprob prob, const char* function, const char* flags, const char* known,
+int optimize(NLRAprob prob, const char* function, const char* flags,
              void (*solve)(nlra_problem&, const char*)) {
     return call(prob, function, Access::kChange, [&](nlra_problem& problem) {
-        const char* const wanted = flags != nullptr ? flags : "";
-        const char* const unknown = wanted + std::strspn(wanted, known);
-        if (*unknown != '\0') {
-            fail(NLRA_ERROR_ARGUMENT, "flags: '%c' (code %d) is not one of %s", *unknown,
-                 static_cast<unsigned char>(*unknown), known);
-        }
+        const char* const wanted = check_solve_flags(flags);
         if (!problem.model.formulas.empty()) {
             fail(NLRA_ERROR_UNSUPPORTED,
                  "the problem has nonlinear formulas, which only the nonlinear solver takes");
@@ -32,6 +26,9 @@ int optimize(NLRAprob prob, const char* function, const char* flags, const char*
         solving.finish();
     });
 }
+
+// Of a problem that is given one again and again, but never solved so that they are used up.
+constexpr size_t kMostStarts = 100;
 
 const Solution& lp_solution(const nlra_problem& problem, bool with_duals) {
     const Solution& solution = problem.lp_solution;
@@ -55,11 +52,11 @@ const Solution& mip_solution(const nlra_problem& problem) {
 using namespace nlra;
 
 int NLRAlpoptimize(NLRAprob prob, const char* flags) {
-    return optimize(prob, __func__, flags, "dpbl", optimize_lp);
+    return optimize(prob, __func__, flags, optimize_lp);
 }
 
 int NLRAmipoptimize(NLRAprob prob, const char* flags) {
-    return optimize(prob, __func__, flags, "dpbl", optimize_mip);
+    return optimize(prob, __func__, flags, optimize_mip);
 }
 
 int NLRAinterrupt(NLRAprob prob, int reason) {
@@ -135,6 +132,8 @@ int NLRAaddmipsol(NLRAprob prob, int n, const double* value, const int* colind, 
                      static_cast<long long>(repeat), colind[repeat]);
             }
         }
-        problem.mip_starts.push_back(std::move(start));
+        std::vector<MipStart>& starts = problem.mip_starts;
+        if (starts.size() == kMostStarts) starts.erase(starts.begin());
+        starts.push_back(std::move(start));
     });
 }

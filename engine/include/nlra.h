@@ -318,7 +318,7 @@ NLRA_API int NLRAwriteprob(NLRAprob prob, const char* filename, const char* opti
  * the status attribute tells the outcome, also after a stop; NLRA_ERROR_NONCONVEX with status 8. */
 NLRA_API int NLRAlpoptimize(NLRAprob prob, const char* flags);
 /* Solve as a mixed integer problem. Flags as above for the relaxation, and 'l': stop after the
- * relaxation, whose solution NLRAgetlpsol then gives. */
+ * relaxation, whose solution NLRAgetlpsol then gives. All solves ignore the letters of others. */
 NLRA_API int NLRAmipoptimize(NLRAprob prob, const char* flags);
 /* Ask the running solve to stop for the given reason (NLRA_STOP_...). From any thread. Without a
  * running solve it does nothing. */
@@ -335,7 +335,7 @@ NLRA_API int NLRAgetmipsol(NLRAprob prob, double* x, double* slack);
 NLRA_API int NLRAgetmipsolval(NLRAprob prob, int col, int row, double* x, double* slack);
 /* Give a starting solution for the next mixed integer solve: `n` values for the columns colind,
  * or, with null colind, for all columns in order (n = their number). Missing columns are
- * completed by the solver. `name` may be null. */
+ * completed by the solver. The latest 100 are kept. `name` may be null. */
 NLRA_API int NLRAaddmipsol(NLRAprob prob, int n, const double* value, const int* colind,
                            const char* name);
 

@@ -177,8 +177,8 @@ NLRA_API int NSLPwriteprob(NSLPprob prob, const char* filename, const char* flag
  * are piecewise linear; by outer approximation where the problem is convex and has columns that are
  * not continuous; otherwise by an interior point method, for a local optimum, which is a global one
  * where the problem is proven to be convex. Functions with kinks in convex position become smooth
- * rows; other kinks get subgradients, which the log says. No flag has a meaning yet but "g", which
- * allows columns that are not continuous. A return of 0 means that the solve ended in an orderly
+ * rows; other kinks get subgradients, which the log says. No flag has a meaning yet; 'g' and the
+ * letters of the linear solves are ignored. A return of 0 means that the solve ended in an orderly
  * way; NSLP_STATUS tells the outcome. */
 NLRA_API int NSLPnlpoptimize(NSLPprob prob, const char* flags);
 /* As NLRAgetlpsol, of the last nonlinear solve. */

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <thread>
 
+#include "api/problem.hpp"
 #include "dense_problem.hpp"
 #include "nslp.h"
 
@@ -235,6 +236,8 @@ TEST("api: starting solutions follow the columns that are deleted") {
     fill(p);
     const double values[] = {0.0, 1.0, 1.0}, all[] = {1.0, 1.0, 0.0};
     const int cols[] = {2, 0, 1}, middle = 1;
+    for (int i = 0; i < 1000; ++i) REQUIRE(NLRAaddmipsol(p, 3, all, nullptr, nullptr) == 0);
+    CHECK(p.prob->mip_starts.size() <= 100);  // never used: the oldest ones go
     REQUIRE(NLRAaddmipsol(p, 3, values, cols, "mine") == 0);
     REQUIRE(NLRAaddmipsol(p, 3, all, nullptr, nullptr) == 0);
     REQUIRE(NLRAdelcols(p, 1, &middle) == 0);

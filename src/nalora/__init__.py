@@ -14,5 +14,6 @@ from . import sparse as sparse
 
 __version__ = "0.1.0.dev0"
 
-__all__ = [name for name in vars(naloralib) if not name.startswith("_")]
-globals().update((name, getattr(naloralib, name)) for name in __all__)
+# Without the built-in vars, which has a namesake here when the package is loaded again.
+__all__ = [name for name in naloralib.__dict__ if not name.startswith("_")]
+globals().update((name, naloralib.__dict__[name]) for name in __all__)

@@ -91,6 +91,25 @@ TEST("index map: removals renumber, at once or in the end") {
     }
 }
 
+TEST("index map: what has come and gone leaves nothing") {
+    IndexMap map;
+    map.set(700, 0);  // stays
+    for (uint64_t serial = 1000; serial < 2'000'000; serial += 2) {
+        map.set(serial, 1), map.set(serial + 1, 2);
+        if (serial % 3 == 0) {
+            map.remove({1, 2});
+        } else {
+            map.erase(serial), map.erase(serial + 1);
+        }
+        if (serial % 100 == 0) map.close_gaps();
+        CHECK(map.page_count() <= 2);
+    }
+    CHECK(map.find(700) == 0);
+    for (uint64_t serial = 3'000'000; serial < 5'000'000; serial += 512) map.set(serial, 7);
+    map.erase(700);
+    CHECK(map.find(3'000'512) == 7 && map.find(700) == -1);
+}
+
 TEST("index map: falling and far serials") {
     // Falling serials leave spare room in front of the first page.
     constexpr uint64_t kCount = 20'000'000;

@@ -150,6 +150,21 @@ def test_imported_again_after_removal():
     assert (result.returncode, result.stdout, result.stderr) == (0, "again\n", "")
 
 
+def test_loaded_again():
+    result = run_python(
+        """
+        import importlib, nalora
+        before = dict(vars(nalora))
+        p = nalora.problem(nalora.var())
+        for module in [nalora.naloralib, nalora, nalora]:
+            importlib.reload(module)
+        assert all(vars(nalora)[name] is before[name] for name in nalora.__all__)
+        print(p.attributes.cols, isinstance(p, nalora.problem))
+        """
+    )
+    assert (result.stdout, result.stderr) == ("1 True\n", "")
+
+
 def test_imported_in_a_thread():
     result = run_python(
         """

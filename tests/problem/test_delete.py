@@ -2,6 +2,7 @@
 
 import random
 
+import numpy as np
 import pytest
 from model_file import fails, is_same, read_back, sizes
 
@@ -24,6 +25,9 @@ def model(columns=6, rows=4):
         (lambda x: ((iter([5, x[0]]),), {}), [1, 2, 3, 4]),
         (lambda x: ((), {"first": 2, "last": 4}), [0, 1, 5]),
         (lambda x: ((), {"first": 3, "last": 3}), [0, 1, 2, 4, 5]),
+        (lambda x: ((), {"first": 4}), [0, 1, 2, 3]),
+        (lambda x: ((), {"last": 1}), [2, 3, 4, 5]),
+        *[(lambda x, t=t: ((np.array([[1], [4]], t),), {}), [0, 2, 3, 5]) for t in "bBhHiIlLqQ"],
         (lambda x: (({"all": x},), {}), []),
         (lambda x: (([],), {}), [0, 1, 2, 3, 4, 5]),
     ],
@@ -48,8 +52,9 @@ def test_every_way_to_say_what_goes(tmp_path, how, kept):
     [
         ([], {}, "At least one parameter must be specified"),
         ([0], {"first": 1}, "Parameters 'first' and 'last' cannot be specified if 'index' is also"),
-        ([], {"first": 1}, "Parameters 'first' and 'last' must be both nonnegative when specified"),
+        ([], {"last": -2}, "Parameters 'first' and 'last' must be both nonnegative when specified"),
         ([], {"first": -2, "last": 1}, "must be both nonnegative when specified"),
+        ([], {"first": 6}, "Parameters 'first' or 'last' are out of range"),
         ([], {"first": 1, "last": 6}, "Parameters 'first' or 'last' are out of range"),
         ([], {"first": 2, "last": 1}, "Parameter 'first' must be less than, or equal to, 'last'"),
         ([6], {}, "Index out of bounds"),

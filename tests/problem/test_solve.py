@@ -1,5 +1,6 @@
 """Solving: known results, edits between solves, stopping, threads."""
 
+import math
 import os
 import subprocess
 import sys
@@ -149,10 +150,25 @@ def test_flags_that_are_no_string():
     assert p.getProbStatus() == nalora.lp_optimal
 
 
+def test_flags_of_other_kinds_of_problems_are_ignored():
+    x = nalora.var(ub=2.5)
+    p = nalora.problem(x, -x)
+    for change, value in [
+        (lambda: None, -2.5),
+        (lambda: p.addConstraint(nalora.exp(x) <= math.exp(2.25)), -2.25),
+        (lambda: p.addVariable(nalora.var(vartype=nalora.integer)), -2.25),
+        (lambda: p.delConstraint(0), -2.5),
+    ]:
+        change()
+        for flags in ["d", "p", "b", "g", "gd"]:
+            p.solve(flags)
+            assert p.getObjVal() == pytest.approx(value, abs=1e-5)
+
+
 def test_every_failed_optimize_raises():
     x = nalora.var()
     p = nalora.problem(x, x >= 1)
-    for call in (p.solve, p.lpoptimize, p.mipoptimize):
+    for call in (p.solve, p.lpoptimize, p.mipoptimize, p.nlpoptimize):
         with pytest.raises(nalora.SolverError, match=r"flags: '\?'"):
             call("?")
     n = nalora.var(vartype=nalora.integer)

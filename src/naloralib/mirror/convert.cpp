@@ -142,7 +142,7 @@ void check_length(int64_t* count, int64_t length) {
     *count = length;
 }
 
-// One-dimensional arrays of the machine's numbers need no Python object per element.
+// One-dimensional arrays of the machine's usual numbers need no Python object per element.
 template <class From, class To, class Convert>
 Array copy_array(PyArrayObject* source, Convert convert) {
     const npy_intp length = PyArray_DIM(source, 0), stride = PyArray_STRIDE(source, 0);
@@ -156,15 +156,23 @@ Array copy_array(PyArrayObject* source, Convert convert) {
     return array;
 }
 
+bool holds_integers(Conv kind) noexcept {
+    return kind == Conv::row || kind == Conv::col || kind == Conv::set || kind == Conv::integer ||
+           kind == Conv::int64;
+}
+
 bool is_number_array(PyObject* object, Conv kind) noexcept {
     if (!PyArray_Check(object)) return false;
     PyArrayObject* array = as_array(object);
     if (PyArray_NDIM(array) != 1 || !PyArray_ISNOTSWAPPED(array)) return false;
     const int type = PyArray_TYPE(array);
     if (kind == Conv::real) return type == NPY_DOUBLE;
-    const bool integers = kind == Conv::row || kind == Conv::col || kind == Conv::set ||
-                          kind == Conv::integer || kind == Conv::int64;
-    return integers && (type == NPY_INT || type == NPY_LONG);
+    return holds_integers(kind) && (type == NPY_INT || type == NPY_LONG);
+}
+
+bool is_integer_array(PyObject* object, Conv kind) noexcept {
+    return PyArray_Check(object) && PyArray_NDIM(as_array(object)) == 1 && holds_integers(kind) &&
+           PyTypeNum_ISINTEGER(PyArray_TYPE(as_array(object)));
 }
 
 Array conv_number_array(int64_t* count, PyObject* object, Conv kind) {
@@ -331,6 +339,9 @@ Array conv_obj2arr(ProblemObject* problem, int64_t* count, PyObject* object, Con
     }
     if (PyIter_Check(object)) return conv_iterator(problem, count, object, kind);
     if (is_number_array(object, kind)) return conv_number_array(count, object, kind);
+    if (is_integer_array(object, kind)) {
+        return conv_items(problem, count, take(PyArray_ToList(as_array(object))).get(), kind);
+    }
     if (is_object_array(object)) return conv_object_array(problem, count, object, kind);
     if (PySequence_Check(object)) return conv_sequence(problem, count, object, kind);
     raise(model_error(), "Invalid sequence of objects");

@@ -130,7 +130,8 @@ constexpr Method kNonlinearMethods[] = {
          "changed\n"
          "the solution is only checked. A problem without formulas has the status lp_optimal or\n"
          "mip_optimal after it where the optimum is proven, otherwise it counts as unfinished.\n\n"
-         "Arguments: flags, a str; no letter has a meaning but 'g', which is accepted. Raises\n"
+         "Arguments: flags, a str; none of the letters that solve knows has a meaning here. "
+         "Raises\n"
          "SolverError when the problem cannot be solved, as with integer variables where it is\n"
          "not convex, and what a user function raised.",
      .call = [](Call& c) { return optimize(c, nonlinear(c), NSLPnlpoptimize); },

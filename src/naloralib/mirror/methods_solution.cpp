@@ -63,7 +63,8 @@ constexpr Method kSolutionMethods[] = {
          "Give a solution that the next mixed integer solve may start from.\n\n"
          "Arguments: mipsolval, a sequence of values; mipsolcol, the variables, column names or\n"
          "indices that they belong to (None: all columns in order); solname, a name (a str). The\n"
-         "solver completes columns without a value.\n\n"
+         "solver completes columns without a value. The latest 100 solutions are kept until they\n"
+         "are used.\n\n"
          "Raises ModelError for sequences of unsuitable lengths, SolverError for values that the\n"
          "library refuses.",
      .call =

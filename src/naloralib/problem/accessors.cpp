@@ -97,7 +97,7 @@ int accessor_setattro(PyObject* self, PyObject* name, PyObject* value) noexcept 
         if (p != nullptr) {
             set_problem_control(p, d, value);
         } else {
-            check_control_value(d, value);
+            try_control(d, value);
             record_default(exact.get(), value);
         }
     });

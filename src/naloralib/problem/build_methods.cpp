@@ -118,7 +118,8 @@ const PyMethodDef kMethods[] = {
      "delVariable($self, /, index=None, first=-1, last=-1)\n--\n\n"
      "Delete variables from the problem; later columns move down.\n\n"
      "Arguments: index, a variable of the problem, a column index or a (nested) collection of\n"
-     "them; or first and last, a range of column indices, both ends included. The variables leave\n"
+     "them; or first and last, a range of column indices, both ends included; without first from\n"
+     "the beginning, without last to the end. The variables leave\n"
      "every constraint, the objective and every set of the problem; the objects stay usable.\n\n"
      "Raises ModelError for indices out of range and objects that are not in the problem;\n"
      "SolverError when an indicator constraint depends on a variable."},
@@ -127,13 +128,16 @@ const PyMethodDef kMethods[] = {
      "Delete constraints from the problem; later rows move down.\n\n"
      "Arguments: index, a constraint of the problem, a row index or a (nested) collection of "
      "them;\n"
-     "or first and last, a range of row indices, both ends included.\n\n"
+     "or first and last, a range of row indices, both ends included; without first from the\n"
+     "beginning, without last to the end.\n\n"
      "Raises ModelError for indices out of range and objects that are not in the problem."},
     {"delSOS", method(with_keywords<remove<kSets>>), kKeywords,
      "delSOS($self, /, index=None, first=-1, last=-1)\n--\n\n"
      "Delete special ordered sets from the problem; later ones move down.\n\n"
      "Arguments: index, a set of the problem, a set index or a (nested) collection of them; or\n"
-     "first and last, a range of set indices, both ends included.\n\n"
+     "first and last, a range of set indices, both ends included; without first from the "
+     "beginning,\n"
+     "without last to the end.\n\n"
      "Raises ModelError for indices out of range and objects that are not in the problem."},
     {"setObjective", method(with_keywords<set_objective_method>), kKeywords,
      "setObjective($self, /, objective, sense=None)\n--\n\n"

@@ -59,6 +59,8 @@ Ref problem_value(ProblemObject* p, Role role, const Descriptor& descriptor);
 // ModelError for a value that a control of this type does not take.
 void check_control_value(const Descriptor& descriptor, PyObject* value);
 void set_problem_control(ProblemObject* p, const Descriptor& descriptor, PyObject* value);
+// Raise what setting the control in any new problem would.
+void try_control(const Descriptor& descriptor, PyObject* value);
 // Every name with its present value.
 Ref all_values(ProblemObject* p, Role role);
 

@@ -4,6 +4,7 @@
 
 #include "module/state.hpp"
 #include "problem/controls.hpp"
+#include "problem/lifecycle.hpp"
 #include "support/numpy.hpp"
 
 namespace nalora {
@@ -184,6 +185,15 @@ void set_problem_control(ProblemObject* p, const Descriptor& d, PyObject* value)
         }
     }
     check_library(status, as_object(p));
+}
+
+// Without the nonlinear solver only the type can be checked of its controls.
+void try_control(const Descriptor& d, PyObject* value) {
+    check_control_value(d, value);
+    start_environment(false);
+    const Ref problem = bare_problem();
+    auto* p = problem.as<ProblemObject>();
+    if (d.kind == ParamKind::optimizer || p->nonlinear != nullptr) set_problem_control(p, d, value);
 }
 
 Ref all_values(ProblemObject* p, Role role) {

@@ -46,15 +46,18 @@ std::vector<int32_t> resolve(ProblemObject* p, const Registry& registry, PyObjec
     return positions;
 }
 
+// Inclusive; -1 means not given: from the first, to the last.
 std::vector<int32_t> range(ProblemObject* p, const Registry& registry, int first, int last) {
     const int32_t count = sync_list(p, registry);
-    if (first < 0 || last < 0) {
+    if (first < -1 || last < -1) {
         raise(model_error(),
               "Parameters 'first' and 'last' must be both nonnegative when specified");
     }
     if (first >= count || last >= count) {
         raise(model_error(), "Parameters 'first' or 'last' are out of range");
     }
+    if (first == -1) first = 0;
+    if (last == -1) last = count - 1;
     if (first > last) {
         raise(model_error(), "Parameter 'first' must be less than, or equal to, 'last'");
     }

@@ -21,12 +21,36 @@ int32_t* IndexMap::make_page(uint64_t serial) {
         pages_.resize(number - first_page_ + 1);
     }
     Page& page = pages_[number - first_page_];
-    if (!page) page = std::make_unique<int32_t[]>(kPage);
+    if (!page) page = spare_ ? std::move(spare_) : std::make_unique<int32_t[]>(kPage + 1);
     return page.get();
 }
 
+void IndexMap::drop_page(Page& page) noexcept {
+    if (spare_) {
+        page.reset();
+    } else {
+        spare_ = std::move(page);
+    }
+}
+
+// The front is cut off only where that halves the directory: its entries have to be moved.
+void IndexMap::trim() noexcept {
+    while (!pages_.empty() && !pages_.back()) pages_.pop_back();
+    const auto front =
+        std::find_if(pages_.begin(), pages_.end(), [](const Page& p) { return !!p; });
+    const auto gap = static_cast<std::size_t>(front - pages_.begin());
+    if (2 * gap < pages_.size() || gap == 0) return;
+    pages_.erase(pages_.begin(), front);
+    first_page_ += gap;
+}
+
 void IndexMap::erase(uint64_t serial) noexcept {
-    if (contains(serial)) pages_[serial / kPage - first_page_][serial % kPage] = 0;
+    if (!contains(serial)) return;
+    Page& page = pages_[serial / kPage - first_page_];
+    page[serial % kPage] = 0;
+    if (--page[kPage] > 0) return;
+    drop_page(page);
+    trim();
 }
 
 void IndexMap::clear() noexcept {
@@ -41,11 +65,22 @@ void IndexMap::close_gaps() noexcept {
     std::size_t hint = 0;
     for (Page& page : pages_) {
         if (!page) continue;
+        int32_t count = 0;
         for (uint64_t i = 0; i < kPage; ++i) {
-            if (page[i] != 0) page[i] = gaps_.index(page[i] - 1, hint) + 1;
+            if (page[i] == 0) continue;
+            page[i] = gaps_.index(page[i] - 1, hint) + 1;
+            count += page[i] != 0;
         }
+        page[kPage] = count;
+        if (count == 0) drop_page(page);
     }
     gaps_.clear();
+    trim();
+}
+
+std::size_t IndexMap::page_count() const noexcept {
+    return static_cast<std::size_t>(
+        std::count_if(pages_.begin(), pages_.end(), [](const Page& page) { return !!page; }));
 }
 
 IndexMap IndexMap::copy() const {
@@ -55,8 +90,8 @@ IndexMap IndexMap::copy() const {
     result.pages_.resize(pages_.size());
     for (std::size_t i = 0; i < pages_.size(); ++i) {
         if (!pages_[i]) continue;
-        result.pages_[i] = std::make_unique<int32_t[]>(kPage);
-        std::copy_n(pages_[i].get(), kPage, result.pages_[i].get());
+        result.pages_[i] = std::make_unique<int32_t[]>(kPage + 1);
+        std::copy_n(pages_[i].get(), kPage + 1, result.pages_[i].get());
     }
     return result;
 }

@@ -247,18 +247,26 @@ void problem_dealloc(PyObject* self) noexcept {
     Py_TYPE(self)->tp_free(self);
 }
 
+Ref bare_problem() {
+    Ref object = allocate(&ProblemType);
+    ProblemObject* p = object.as<ProblemObject>();
+    Lists lists;
+    replace_lists(p, lists);
+    create_handles(p);
+    set_nonlinear_threads(p);
+    return object;
+}
+
 // The new state is whole before it takes the place of the old one, which then goes with the
 // temporary: last, because releasing it may run Python code.
 void reset_problem(ProblemObject* p) {
     require_initialised(p);
-    const Ref temporary = allocate(&ProblemType);
-    ProblemObject* fresh = temporary.as<ProblemObject>();
     {
         const ProblemHold hold(p);
         apply_default_controls(p);
     }
-    create_handles(fresh);
-    set_nonlinear_threads(fresh);
+    const Ref temporary = bare_problem();
+    ProblemObject* fresh = temporary.as<ProblemObject>();
     check_library(NLRAsetprobname(fresh->prob, ""), temporary.get());
     load_empty(fresh, "");
     Lists lists;
@@ -274,11 +282,8 @@ void reset_problem(ProblemObject* p) {
 // The defaults only matter where the source's controls cannot be copied over them.
 Ref copy_problem(ProblemObject* p) {
     require_initialised(p);
-    Ref object = allocate(&ProblemType);
+    Ref object = bare_problem();
     ProblemObject* copy = object.as<ProblemObject>();
-    Lists lists;
-    replace_lists(copy, lists);
-    create_handles(copy);
     apply_default_controls(copy);
     // That may have run Python code; from here on the source stays as it is.
     sync_lists(p);

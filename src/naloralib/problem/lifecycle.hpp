@@ -13,6 +13,8 @@ int problem_traverse(PyObject* self, visitproc visit, void* arg) noexcept;
 int problem_clear(PyObject* self) noexcept;
 void problem_dealloc(PyObject* self) noexcept;
 
+// A problem with library handles and nothing else: no model, no accessors, no defaults.
+Ref bare_problem();
 // Empty the problem. Its lists, registries and handles are replaced; the module-wide defaults are
 // applied to the old handles, so the new ones start with the library's own.
 void reset_problem(ProblemObject* p);

@@ -31,14 +31,10 @@ Ref item_at(PyObject* list, PyObject* index) {
     return Ref::borrow(item);
 }
 
-// In the order of the leaves, repeats kept. Integer arrays are taken as the lists that they are.
+// In the order of the leaves, repeats kept.
 Ref items_at(PyObject* list, PyObject* indices) {
-    Ref walked = Ref::borrow(indices);
-    if (PyArray_Check(indices) && PyArray_ISINTEGER(reinterpret_cast<PyArrayObject*>(indices))) {
-        walked = take(PyArray_ToList(reinterpret_cast<PyArrayObject*>(indices)));
-    }
     const Ref result = take(PyList_New(0));
-    walk(walked.get(), [&](PyObject* leaf) {
+    walk(indices, [&](PyObject* leaf) {
         if (!is_integer(leaf)) {
             raise(model_error(), "Error in index list(s): must contain only integers");
         }

@@ -63,7 +63,11 @@ void walk_array(PyObject* object, Leaf leaf, int depth) {
                          [&](const char* data) { walk(object_at(data).get(), leaf, depth - 1); });
     } else if (holds_objects(type)) {
         for_each_address(object, [&](const char* data) { leaf(object_at(data).get()); });
-    } else if (type == NPY_DOUBLE || type == NPY_INT || type == NPY_BOOL) {
+    } else if (PyTypeNum_ISINTEGER(type)) {
+        for_each_address(object, [&](const char* data) {
+            leaf(take(PyArray_GETITEM(as_array(object), data)).get());
+        });
+    } else if (type == NPY_DOUBLE || type == NPY_BOOL) {
         for_each_address(object, [&](const char* data) {
             const Ref number = take(PyArray_GETITEM(as_array(object), data));
             leaf(take(PyNumber_Float(number.get())).get());
