@@ -33,6 +33,7 @@ void append(Formulas& formulas, std::map<int, Formula> added) {
     }
     while (!added.empty()) {
         const auto first = added.begin();
+        formulas.count_calls(first->second, 1);
         if (Formula* const present = find(first->first)) {
             for (Coefficient& piece : first->second) present->push_back(std::move(piece));
             added.erase(first);
@@ -78,10 +79,13 @@ int NSLPdelcoefs(NSLPprob prob, int n, const int* rowindex) {
         check_array("rowindex", rowindex, n);
         for (int i = 0; i < n; ++i) check_formula_row("rowindex", rowindex[i], model);
         for (int i = 0; i < n; ++i) {
+            Formulas& formulas = model.formulas;
             if (rowindex[i] == kObjectiveRow) {
-                model.formulas.objective.clear();
+                formulas.count_calls(formulas.objective, -1);
+                formulas.objective.clear();
             } else {
-                model.formulas.rows.erase(rowindex[i]);
+                formulas.release_row(rowindex[i]);
+                formulas.rows.erase(rowindex[i]);
             }
         }
         if (n > 0) problem.base->drop_solutions();
@@ -99,13 +103,12 @@ int NSLPchgformula(NSLPprob prob, int rowindex, const int* type, const double* v
             formula.push_back(
                 read_coefficient(type, value, {model.cols(), &functions.functions()}));
         }
-        if (rowindex == kObjectiveRow) {
-            model.formulas.objective.swap(formula);
-        } else if (formula.empty()) {
-            model.formulas.rows.erase(rowindex);
-        } else {
-            model.formulas.rows[rowindex].swap(formula);
-        }
+        Formulas& formulas = model.formulas;
+        Formula& place = rowindex == kObjectiveRow ? formulas.objective : formulas.rows[rowindex];
+        formulas.count_calls(formula, 1);
+        formulas.count_calls(place, -1);
+        place.swap(formula);
+        if (rowindex != kObjectiveRow && place.empty()) formulas.rows.erase(rowindex);
         problem.base->drop_solutions();
     });
 }
@@ -116,18 +119,23 @@ int NSLPadduserfunction(NSLPprob prob, const char* name, NSLPuserfunction functi
         if (function == nullptr) fail(NLRA_ERROR_ARGUMENT, "function is null");
         check_array("index", index, 1);
         check_count("arguments", arguments);
-        std::vector<UserFunction>& functions = problem.base->model.formulas.functions;
-        functions.push_back(
+        *index = problem.base->model.formulas.functions.add(
             {name != nullptr ? name : "", function, object, arguments, derivatives != 0});
-        *index = static_cast<int>(functions.size()) - 1;
+    });
+}
+
+int NSLPforgetuserfunction(NSLPprob prob, int* index) {
+    return call(prob, __func__, Access::kChange, [&](nslp_problem& problem) {
+        check_array("index", index, 1);
+        *index = problem.base->model.formulas.functions.forget_unused();
     });
 }
 
 int NSLPgetuserfuncobject(NSLPprob prob, int index, void** object) {
     return call(prob, __func__, Access::kShare, [&](nslp_problem& problem) {
-        const std::vector<UserFunction>& functions = problem.base->model.formulas.functions;
+        const UserFunctions& functions = problem.base->model.formulas.functions;
         check_array("object", object, 1);
-        if (index < 0 || index >= static_cast<int>(functions.size())) {
+        if (index < 0 || index >= functions.size() || functions[index].call == nullptr) {
             fail(NLRA_ERROR_ARGUMENT, "there is no user function %d", index);
         }
         *object = functions[index].object;

@@ -112,6 +112,9 @@ typedef int (*NSLPuserfunction)(void* object, const double* args, int n, double*
 /* *index is what NSLP_TOKEN_USERFUNCTION tokens hold. */
 NLRA_API int NSLPadduserfunction(NSLPprob prob, const char* name, NSLPuserfunction function,
                                  void* object, int arguments, int derivatives, int* index);
+/* Forget a user function that no formula calls (any more): *index becomes its index, which one that
+ * is added later may get, or -1 when formulas call all that there are. */
+NLRA_API int NSLPforgetuserfunction(NSLPprob prob, int* index);
 NLRA_API int NSLPgetuserfuncobject(NSLPprob prob, int index, void** object);
 
 /* Starting values of columns; the next solve begins there, as far as the bounds allow. Solves after

@@ -119,7 +119,8 @@ class Checker {
     void check_user_function(double value, int arguments) const {
         const auto& functions = *scope_.functions;
         const int index = integer(value);
-        if (index < 0 || static_cast<size_t>(index) >= functions.size()) {
+        if (index < 0 || static_cast<size_t>(index) >= functions.size() ||
+            functions[index] == nullptr) {
             fail(NLRA_ERROR_ARGUMENT,
                  "formula, token %zu: %g is not a user function (the problem has %zu)", position_,
                  value, functions.size());

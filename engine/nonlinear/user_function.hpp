@@ -29,12 +29,16 @@ class CalledFunction : public OpaqueFunction {
     UserFunction function_;
 };
 
-// All of a model's, by index.
+// All of a model's, by index. Null for those that were forgotten.
 class CalledFunctions {
   public:
     explicit CalledFunctions(const Formulas& formulas) {
-        for (const UserFunction& function : formulas.functions) {
-            owned_.push_back(std::make_unique<CalledFunction>(function));
+        for (int i = 0; i < formulas.functions.size(); ++i) {
+            if (formulas.functions[i].call == nullptr) {
+                functions_.push_back(nullptr);
+                continue;
+            }
+            owned_.push_back(std::make_unique<CalledFunction>(formulas.functions[i]));
             functions_.push_back(owned_.back().get());
         }
     }

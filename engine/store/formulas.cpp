@@ -20,15 +20,19 @@ bool renumber(Coefficient& coefficient, const std::vector<int>& map) {
     return true;
 }
 
-void renumber(Formula& formula, const std::vector<int>& map) {
-    std::erase_if(formula, [&](Coefficient& c) { return !renumber(c, map); });
+void renumber(Formula& formula, const std::vector<int>& map, UserFunctions& functions) {
+    std::erase_if(formula, [&](Coefficient& c) {
+        if (renumber(c, map)) return false;
+        functions.count_calls(c.types, c.values, -1);
+        return true;
+    });
 }
 
 }  // namespace
 
 void Formulas::renumber_columns(const std::vector<int>& map) {
-    renumber(objective, map);
-    for (auto& [row, formula] : rows) renumber(formula, map);
+    renumber(objective, map, functions);
+    for (auto& [row, formula] : rows) renumber(formula, map, functions);
     std::erase_if(rows, [](const auto& entry) { return entry.second.empty(); });
     std::map<int, double> kept;
     for (const auto& [column, value] : start) {

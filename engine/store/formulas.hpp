@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "nslp.h"
+#include "store/user_functions.hpp"
 
 namespace nlra {
 
@@ -22,14 +23,6 @@ struct Coefficient {
 // The sum of its coefficients, which is added to what else a row or the objective has.
 using Formula = std::vector<Coefficient>;
 
-struct UserFunction {
-    std::string name;
-    NSLPuserfunction call;
-    void* object;
-    int arguments;
-    bool derivatives;
-};
-
 // Where the last solve ended. Rows and columns that came later are missing at the ends.
 struct LastPoint {
     std::vector<double> x, dj;  // by column
@@ -43,9 +36,19 @@ struct Formulas {
     Formula objective;
     std::map<int, double> start;  // starting values by column
     LastPoint last;               // goes before the starting values, unless empty
-    std::vector<UserFunction> functions;
+    UserFunctions functions;
 
     bool empty() const { return rows.empty() && objective.empty(); }
+    // `formula` becomes part of these (change 1) or stops being so (-1), which is to be told of all
+    // but copies that only solves see.
+    void count_calls(const Formula& formula, int change) noexcept {
+        for (const Coefficient& c : formula) functions.count_calls(c.types, c.values, change);
+    }
+    // The rows' formulas are about to go.
+    void release_row(int row) noexcept {
+        const auto found = rows.find(row);
+        if (found != rows.end()) count_calls(found->second, -1);
+    }
     // A deleted column counts as zero where a formula uses it. `map`: old index to new, -1 deleted.
     void renumber_columns(const std::vector<int>& map);
 };

@@ -138,6 +138,7 @@ void Model::remove_rows(const std::vector<int>& sorted) {
     compact(range, sorted);
     compact(qrows, map);
     compact(indicators, map);
+    for (const int row : sorted) formulas.release_row(row);
     compact(formulas.rows, map);
     compact_known(formulas.last.dual, static_cast<int>(map.size()), sorted);
 }

@@ -324,6 +324,34 @@ TEST("nonlinear api: violations of discrete conditions") {
     }
 }
 
+TEST("nonlinear api: user functions that no formula calls are forgotten, and their indices given") {
+    const Fixture f;
+    Square square;
+    int index[3] = {}, gone = -1;
+    const auto add = [&](int& made) {
+        REQUIRE(NSLPadduserfunction(f.above, "f", Square::call, &square, 1, 0, &made) == 0);
+    };
+    const auto forget = [&] {
+        REQUIRE(NSLPforgetuserfunction(f.above, &gone) == 0);
+        return gone;
+    };
+    for (int& i : index) add(i);
+    REQUIRE(f.change(0, formulas::call(index[0], {column(0)})) == 0);
+    REQUIRE(f.change(-1, formulas::call(index[0], {formulas::call(index[1], {column(1)})})) == 0);
+    CHECK(forget() == index[2] && forget() == -1);
+    void* object = nullptr;
+    CHECK(NSLPgetuserfuncobject(f.above, index[2], &object) == NLRA_ERROR_ARGUMENT);
+    CHECK(f.change(1, formulas::call(index[2], {column(0)})) == NLRA_ERROR_ARGUMENT);
+    const int objective = -1, row = 0;
+    REQUIRE(NSLPdelcoefs(f.above, 1, &objective) == 0);
+    CHECK(forget() == index[1] && forget() == -1);
+    add(index[1]), add(index[2]);
+    CHECK(index[1] != index[2] && index[1] + index[2] == 3);
+    REQUIRE(f.change(1, formulas::call(index[1], {column(0)})) == 0);
+    REQUIRE(NLRAdelrows(f.prob, 1, &row) == 0);
+    CHECK(forget() + forget() == index[0] + index[2] && forget() == -1);
+}
+
 TEST("nonlinear api: user functions are called, asked for their objects, and may fail") {
     const Fixture f;
     Square square;

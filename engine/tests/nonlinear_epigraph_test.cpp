@@ -115,7 +115,7 @@ Model model_of(const Ptr& objective, const Ptr& low, const Ptr& high) {
     model.set_qrow(1, {{0, 1, 1.0}});
     model.set_cost(0, -1.0);
     model.set_qobj({{0, 0, 1.0}});
-    model.formulas.functions.push_back({"product", product_of_two, nullptr, 2, false});
+    model.formulas.functions.add({"product", product_of_two, nullptr, 2, false});
     model.formulas.objective = formula(objective);
     model.formulas.rows[0] = formula(low);
     model.formulas.rows[1] = formula(high);

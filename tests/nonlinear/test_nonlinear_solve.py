@@ -279,6 +279,70 @@ def test_wrong_derivatives_and_values_that_are_no_numbers():
     assert p.getProbStatusString() == "nlp_unfinished"
 
 
+class Square:
+    alive = 0
+
+    def __init__(self):
+        Square.alive += 1
+
+    def __del__(self):
+        Square.alive -= 1
+
+    def __call__(self, value):
+        return value * value
+
+
+def with_user_functions():
+    x, y = nalora.var(ub=3), nalora.var(lb=1, ub=3)
+    p, f = nalora.problem(x, y), Square()
+    p.addConstraint(nalora.user(f, x) + nalora.user(f, y) >= 5, nalora.user(f, y) <= 4)
+    p.addConstraint(nalora.user(Square(), x) <= 8)
+    p.setObjective(nalora.user(Square(), x) + y)
+    return p
+
+
+@pytest.mark.parametrize("way", ["reset", "__init__", "read", "del"])
+def test_user_functions_go_with_the_model(way, tmp_path, silent):
+    p, file = with_user_functions(), str(tmp_path / "model.lp")
+    copy = p.copy()
+    if way == "read":
+        nalora.problem(nalora.var()).write(file)
+        p.read(file)
+    elif way != "del":
+        getattr(p, way)()
+    del p
+    assert Square.alive == 3
+    copy.solve()
+    assert copy.getObjVal() == pytest.approx(3, abs=1e-5)
+    del copy
+    assert Square.alive == 0
+
+
+def test_user_functions_go_with_the_last_formula_that_calls_them(silent):
+    p = with_user_functions()
+    x, y = p.getVariable()
+    for edit, alive in [
+        (lambda: p.addConstraint([nalora.user(Square(), x) <= 1, nalora.var() <= 1]), 3),  # refused
+        (lambda: p.setObjective(nalora.user(Square(), x) + nalora.exp(nalora.var())), 3),
+        (lambda: p.delConstraint(0), 3),  # its function is called in the next one
+        (lambda: p.delVariable(0), 3),  # counts as zero
+        (lambda: p.setObjective(nalora.user(Square(), 3 - y)), 3),
+        (lambda: p.delConstraint([1]), 2),
+        (lambda: p.addConstraint(nalora.user(Square(), y) >= 2), 3),
+        (p.solve, 3),
+        (lambda: p.setObjective(y), 2),
+    ]:
+        try:
+            edit()
+        except nalora.ModelError:
+            assert p.getConstraint()  # drops those that could not be added
+        assert Square.alive == alive
+    p.solve()
+    assert p.getObjVal() == pytest.approx(2**0.5)
+    p.delConstraint(first=0)
+    assert Square.alive == 0
+
+
 def test_user_functions_may_solve_but_not_change_the_problem():
     x, y = pair()
     p = nalora.problem(x, y)

@@ -186,7 +186,7 @@ TOO_DEEP = "Maximum recursion (inclusion) level reached"
         (lambda x: unset(1, nalora.npexpr), "Incorrect "),
         (lambda x: unset((), nalora.npconstraint), "Incorrect "),
         (lambda x: [np.concatenate([x[0], unset(1, nalora.npvar)])], "Incorrect "),
-        (lambda x: [x[0, 0], np.array([1, 2])], WRONG_TYPE),
+        (lambda x: [x[0, 0], np.array([1, 2])], NOT_VARIABLES),
         (lambda x: np.array(["a", "b"]), WRONG_TYPE),
         (lambda x: np.array([[1.0, 2.0]]), NOT_VARIABLES),
         (lambda x: np.array([True, False]), NOT_VARIABLES),

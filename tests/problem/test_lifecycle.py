@@ -329,19 +329,6 @@ def test_reset(looked_up):
     assert p.getObjVal() == 0
 
 
-def test_refused_reset_changes_nothing(looked_up):
-    p, x, *_ = looked_up
-    nalora.controls.presolve = 77
-    try:
-        with pytest.raises(nalora.SolverError, match="presolve"):
-            p.reset()
-    finally:
-        nalora.setdefaultcontrol("presolve")
-    assert same(p.getVariable(), x)
-    assert p.getIndex(x[3]) == 3
-    assert sizes(p) == (4, 4, 3)
-
-
 def test_copy_shares_objects_but_not_the_model(looked_up):
     p, x, rows, sets = looked_up
     p.setObjective(x[0] + 2 * x[1], sense=nalora.maximize)

@@ -171,7 +171,8 @@ void append_bounds(ConstraintBatch& batch, double lower, double upper, double rh
     batch.rhs.push_back(rhs);
 }
 
-void collect(ProblemObject* p, Addition& addition, ConstraintBatch& batch, PyObject* object) {
+void collect(ProblemObject* p, Addition& addition, ConstraintBatch& batch,
+             FunctionCollector& functions, PyObject* object) {
     if (!is_constraint(object) || as_constraint(object)->body == nullptr) {
         raise(model_error(), "Invalid constraint");
     }
@@ -191,7 +192,7 @@ void collect(ProblemObject* p, Addition& addition, ConstraintBatch& batch, PyObj
     double rhs = 0.0;
     if (kind == Kind::nonlinear) {
         const auto start = static_cast<int32_t>(batch.formulas.size());
-        const Ref rest = collect_formula(p, batch.formulas, c->body);
+        const Ref rest = functions.collect(batch.formulas, c->body);
         if (batch.formulas.size() > static_cast<std::size_t>(start)) {
             batch.formula_rows.push_back(addition.count());
             batch.formula_starts.push_back(start);
@@ -266,13 +267,15 @@ void load(ProblemObject* p, const Addition& addition, ConstraintBatch& batch,
 
 void add_constraints(ProblemObject* p, std::span<PyObject* const> objects) {
     Scratch<ConstraintBatch> batch;
+    FunctionCollector functions(p);
     Addition addition(p, kConstraints, batch->serials);
     if (const std::size_t count = leaf_count(objects); count > 1) batch->expect(count);
     for (PyObject* object : objects) {
-        walk(object, [&](PyObject* leaf) { collect(p, addition, *batch, leaf); });
+        walk(object, [&](PyObject* leaf) { collect(p, addition, *batch, functions, leaf); });
     }
     if (addition.count() == 0) return;
     addition.finish_collection();
+    functions.load(batch->formulas);
     load(p, addition, *batch, {});
     addition.commit();
 }
@@ -281,12 +284,14 @@ void add_constraints(ProblemObject* p, PyObject* objects) { add_constraints(p, {
 
 void add_indicator_rows(ProblemObject* p, std::span<const Indicator> indicators) {
     Scratch<ConstraintBatch> batch;
+    FunctionCollector functions(p);
     Addition addition(p, kConstraints, batch->serials);
     for (const Indicator& indicator : indicators) {
-        collect(p, addition, *batch, indicator.constraint);
+        collect(p, addition, *batch, functions, indicator.constraint);
     }
     if (addition.count() == 0) return;
     addition.finish_collection();
+    functions.load(batch->formulas);
     load(p, addition, *batch, indicators);
     addition.commit();
 }

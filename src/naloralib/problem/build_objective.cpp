@@ -100,7 +100,7 @@ void add_expression(Objective& objective, const ProblemObject* p, const Expressi
     sort_items(objective.quadratic);
 }
 
-Objective read_objective(ProblemObject* p, PyObject* object) {
+Objective read_objective(ProblemObject* p, FunctionCollector& functions, PyObject* object) {
     Objective objective;
     switch (kind_of(object)) {
         case Kind::var:
@@ -122,7 +122,7 @@ Objective read_objective(ProblemObject* p, PyObject* object) {
             add_expression(objective, p, as_expression(object));
             return objective;
         case Kind::nonlinear: {
-            const Ref rest = collect_formula(p, objective.formula, object);
+            const Ref rest = functions.collect(objective.formula, object);
             add_expression(objective, p, as_expression(rest.get()));
             return objective;
         }
@@ -241,11 +241,13 @@ void set_objective(ProblemObject* p, PyObject* objective, const int* sense) {
         raise(model_error(), "Invalid optimization sense");
     }
     const Ref object = single_object(objective);
-    const Objective target = read_objective(p, object.get());
+    FunctionCollector functions(p);
+    Objective target = read_objective(p, functions, object.get());
 
     const int32_t columns = int_attribute(p, NLRA_ORIGINALCOLS);
     const Objective present = present_terms(p, columns);
     const bool has_formula = target.formula.size() != 0 || is_nonlinear(p);
+    functions.load(target.formula);
     if (!change_terms(p, columns, present, target)) throw PythonError();
     if (has_formula && change_formula(p, target.formula) != 0) {
         set_library_error(as_object(p));

@@ -4,6 +4,7 @@
 #include "mirror/convert.hpp"
 #include "module/state.hpp"
 #include "problem/building.hpp"
+#include "problem/user_functions.hpp"
 #include "problem/walker.hpp"
 
 namespace nalora {
@@ -92,6 +93,7 @@ void delete_positions(ProblemObject* p, const Registry& registry,
     }
     map.remove(positions);
     if (map.gaps().size() > common::Gaps::kMost) close_gaps(p, registry);
+    release_unused_functions(p);
     raise_pending();
 }
 

@@ -75,20 +75,6 @@ int call_function(void* object, const double* args, int count, double* value,
                : 1;
 }
 
-// Returns the index by which formulas name the callable.
-int32_t register_user_function(ProblemObject* p, PyObject* callable, bool derivatives,
-                               std::size_t arguments) {
-    if (p->user_functions == nullptr) p->user_functions = take(PyDict_New()).release();
-    const Ref functions = Ref::borrow(p->user_functions);
-    int index = 0;
-    check_library(NSLPadduserfunction(p->nonlinear, "user_function", call_function, callable,
-                                      static_cast<int>(arguments), derivatives ? 1 : 0, &index),
-                  as_object(p));
-    const Ref key = take(PyLong_FromLong(index));
-    check_python(PyDict_SetItem(functions.get(), key.get(), callable));
-    return index;
-}
-
 }  // namespace
 
 void require_nonlinear_solver(ProblemObject* p) {
@@ -96,13 +82,62 @@ void require_nonlinear_solver(ProblemObject* p) {
     raise(solver_error(), "The nonlinear solver is not available");
 }
 
-Ref collect_formula(ProblemObject* p, FormulaTokens& tokens, PyObject* object) {
-    require_nonlinear_solver(p);
-    return append_nonlinear_part(tokens, object, *p->variable_index,
-                                 [p](PyObject* callable, bool derivatives, std::size_t arguments) {
-                                     return register_user_function(p, callable, derivatives,
-                                                                   arguments);
-                                 });
+void release_unused_functions(ProblemObject* p) noexcept {
+    if (p->user_functions == nullptr || p->nonlinear == nullptr) return;
+    guarded_release(as_object(p), [&] {
+        const Ref functions = Ref::borrow(p->user_functions);
+        std::vector<Ref> released;  // at the end: that may run Python code
+        int index = -1;
+        while (NSLPforgetuserfunction(p->nonlinear, &index) == 0 && index >= 0) {
+            const Ref key = take(PyLong_FromLong(index));
+            PyObject* callable = PyDict_GetItemWithError(functions.get(), key.get());
+            if (callable == nullptr) continue;
+            released.push_back(Ref::borrow(callable));
+            check_python(PyDict_DelItem(functions.get(), key.get()));
+        }
+    });
+}
+
+// Equal calls of a callable share its entry.
+int32_t FunctionCollector::position_of(PyObject* callable, bool derivatives,
+                                       std::size_t arguments) {
+    const auto next = static_cast<int32_t>(functions_.size());
+    const auto [found, added] = positions_.try_emplace({callable, derivatives, arguments}, next);
+    if (added) functions_.push_back({Ref::borrow(callable), derivatives, arguments});
+    return found->second;
+}
+
+Ref FunctionCollector::collect(FormulaTokens& tokens, PyObject* object) {
+    require_nonlinear_solver(problem_);
+    return append_nonlinear_part(
+        tokens, object, *problem_->variable_index,
+        [this](PyObject* callable, bool derivatives, std::size_t arguments) {
+            return position_of(callable, derivatives, arguments);
+        });
+}
+
+int FunctionCollector::add_to_library(const Function& function) const {
+    ProblemObject* p = problem_;
+    if (p->user_functions == nullptr) p->user_functions = take(PyDict_New()).release();
+    int index = 0;
+    check_library(NSLPadduserfunction(p->nonlinear, "user_function", call_function,
+                                      function.callable.get(), static_cast<int>(function.arguments),
+                                      function.derivatives ? 1 : 0, &index),
+                  as_object(p));
+    const Ref key = take(PyLong_FromLong(index));
+    check_python(PyDict_SetItem(p->user_functions, key.get(), function.callable.get()));
+    return index;
+}
+
+void FunctionCollector::load(FormulaTokens& tokens) const {
+    if (functions_.empty()) return;
+    std::vector<int> indices;
+    indices.reserve(functions_.size());
+    for (const Function& function : functions_) indices.push_back(add_to_library(function));
+    for (std::size_t k = 0; k < tokens.size(); ++k) {
+        if (tokens.types[k] != static_cast<uint32_t>(Token::user_function)) continue;
+        tokens.values[k] = indices[static_cast<std::size_t>(tokens.values[k])];
+    }
 }
 
 }  // namespace nalora
