@@ -218,6 +218,8 @@ def test_ctrl_c_stops_a_solve(method):
     result = run(f"""
         import os, signal, time
         p = hard()
+        # A shell's background jobs ignore it, and so would this process.
+        signal.signal(signal.SIGINT, signal.default_int_handler)
         # Its own process, because a thread could not run while mipoptimize keeps the lock.
         if os.fork() == 0:
             time.sleep(1)
