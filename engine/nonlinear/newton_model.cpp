@@ -8,7 +8,9 @@ namespace nlra {
 namespace {
 
 constexpr size_t kMaxTerms = 500'000;
-constexpr double kPenalty = 1e4;
+// A chain of many rows, as of a differential equation in small steps, takes the second: each row of
+// it is missed by little only where columns run far from what the chain as a whole allows.
+constexpr double kPenalties[] = {1e4, 1e10};
 // The form counts as convex when it is, scaled to a unit diagonal, with this added to it.
 constexpr double kTolerance = 1e-9;
 constexpr double kFloor = 1e-12;
@@ -110,12 +112,11 @@ void NewtonModel::scale() {
         scale_[j] = curvature > 1e-200 ? 1.0 / std::sqrt(curvature)
                                        : std::max(1.0, std::fabs(result_.x[free_[j]]));
     }
-    double most = 1.0;
+    largest_ = 1.0;
     for (auto& [a, b, value] : entries_) {
         value *= scale_[a] * scale_[b];
-        most = std::max(most, std::fabs(value));
+        largest_ = std::max(largest_, std::fabs(value));
     }
-    penalty_ = kPenalty * most;
 
     coefficient_.assign(point_->jacobian.size(), 0.0);
     miss_.clear();
@@ -222,8 +223,14 @@ bool NewtonModel::make(const JudgedPoint& point, const StopPoll& poll, Curvature
     find_held();
     if (!add_hessian(curvature) || !find_active_rows(curvature)) return false;
     scale();
-    add_penalties();
-    factor(poll);
+    const size_t own_entries = entries_.size();
+    for (const double penalty : kPenalties) {
+        entries_.resize(own_entries);
+        penalty_ = penalty * largest_;
+        add_penalties();
+        factor(poll);
+        if (is_convex_ || active_.empty()) break;
+    }
     measure_gain();
     point_ = nullptr;
     return true;

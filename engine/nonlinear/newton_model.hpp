@@ -81,6 +81,7 @@ class NewtonModel {
     std::vector<double> slopes_;       // by free column, scaled
     std::vector<SymmetricEntry> entries_;
     SparseLdlt factor_;
+    double largest_ = 1.0;  // of the scaled Hessian's entries
     double penalty_ = 0.0;
     bool is_convex_ = false;
     double multiplier_error_ = 0.0, gain_ = 0.0, slope_ = 0.0, size_ = 0.0;
