@@ -35,8 +35,9 @@ bool curves(const Pieces& pieces, bool upwards) {
 
 class EpigraphBuilder {
   public:
-    explicit EpigraphBuilder(const Model& model)
+    EpigraphBuilder(const Model& model, double radius)
         : original_(model),
+          radius_(radius),
           functions_(model.formulas),
           formulas_(parse()),
           analysis_(formulas_.graph(), model.lower.data(), model.upper.data()),
@@ -55,6 +56,7 @@ class EpigraphBuilder {
     void start_columns();
     void bound_by_parts(int node);
     void bound_by(int node, double factor, int part, double constant);
+    void bound_by_rounded(int node);
     void put(int row, RootParts parts);
     void put_in_objective(const RootParts& parts);
     bool uses_column(const RootParts& parts) const {
@@ -63,6 +65,7 @@ class EpigraphBuilder {
     }
 
     const Model& original_;
+    const double radius_;
     CalledFunctions functions_;
     std::vector<int> row_of_root_;
     FormulaRoots formulas_;
@@ -107,6 +110,11 @@ bool EpigraphBuilder::is_replaceable(int index) const {
             return has_pieces(formulas_.graph(), node) &&
                    curves(pieces_within_range(formulas_.graph(), analysis_, index),
                           direction == kDown);
+        case Op::kSqrt: {
+            if (radius_ == 0.0 || direction != kDown) return false;
+            const Shape shape = analysis_.shape(split(formulas_.graph(), {0.0, {{1.0, index}}}));
+            return shape.convex && !shape.linear();
+        }
         default:
             return false;
     }
@@ -238,9 +246,29 @@ void EpigraphBuilder::bound_by(int node, double factor, int part, double constan
     put(model_.rows() - 1, std::move(parts));
 }
 
+// sqrt(f) <= column as sqrt(radius^2 + f + column^2) - sqrt(2) column <= radius, which the column
+// sqrt(f) meets: smooth wherever the column is not zero, however small f is.
+void EpigraphBuilder::bound_by_rounded(int index) {
+    RootParts parts;
+    parts.constant = radius_ * radius_;
+    parts.rest.push_back({1.0, formulas_.graph().node(index).first});
+    const int column = column_of_[index];
+    parts.quadratic.push_back({column, column, 1.0});
+    Coefficient root = write_formula(formulas_.graph(), parts, column_of_);
+    root.types.insert(root.types.begin(), NSLP_TOKEN_ARGUMENTS);
+    root.values.insert(root.values.begin(), 0.0);
+    root.types.push_back(NSLP_TOKEN_FUNCTION);
+    root.values.push_back(kFunctionSqrt);
+    const char type = 'L';
+    model_.add_rows(1, 0, &type, &radius_, nullptr, nullptr, nullptr, nullptr);
+    model_.set_coef(model_.rows() - 1, column, -std::sqrt(2.0));
+    model_.formulas.rows[model_.rows() - 1] = {std::move(root)};
+}
+
 void EpigraphBuilder::bound_by_parts(int index) {
     const Graph& graph = formulas_.graph();
     const Node& node = graph.node(index);
+    if (node.op == Op::kSqrt) return bound_by_rounded(index);
     if (node.op == Op::kMin || node.op == Op::kMax) {
         for (int k = 0; k < node.second; ++k) {
             bound_by(index, 1.0, graph.entries(node)[k].node, 0.0);
@@ -274,9 +302,9 @@ std::optional<Model> EpigraphBuilder::build() {
 
 }  // namespace
 
-std::optional<Model> epigraph_form(const Model& model) {
+std::optional<Model> epigraph_form(const Model& model, double radius) {
     if (!has_plain_columns(model)) return std::nullopt;
-    return EpigraphBuilder(model).build();
+    return EpigraphBuilder(model, radius).build();
 }
 
 }  // namespace nlra

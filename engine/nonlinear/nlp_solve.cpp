@@ -56,10 +56,12 @@ class NlpSolve {
     }
     // By size, so that the time of all stays within bounds.
     int further_starts() const {
-        constexpr size_t kWork = 400'000, kMost = 20, kLeast = 3;
+        constexpr size_t kWork = 400'000, kMost = 20;
+        constexpr int kLeast = 3;
         const NlpStructure& structure = functions_.structure();
         const size_t size = structure.jacobian_row.size() + structure.hessian_row.size() + 1;
-        return static_cast<int>(std::clamp(kWork / size, kLeast, kMost));
+        if (is_convex_) return kLeast;  // every start leads to the same
+        return static_cast<int>(std::clamp(kWork / size, size_t{kLeast}, kMost));
     }
     // A value that no objective has which is bounded, at a point far from everything.
     // Only points that are feasible for their size: all others prove nothing.

@@ -103,6 +103,20 @@ std::optional<NlpOutcome> solve_smooth_form(nslp_problem& problem, const Model& 
     return outcome;
 }
 
+// Norms have no derivative where they are zero, which is where many an optimum is: that of a sum of
+// distances, say. True when the model with rounded norms tells the end.
+bool settle_norms(nslp_problem& problem, NlpOutcome& outcome, Monitor& monitor) {
+    constexpr double kRadius = 1e-6;  // smaller ones leave the method too steep a turn
+    const std::optional<Model> rounded = epigraph_form(problem.base->model, kRadius);
+    if (!rounded) return false;
+    monitor.log(1, "Trying again with norms rounded where they are zero");
+    std::optional<NlpOutcome> settled = solve_smooth_form(problem, *rounded, monitor);
+    if (!settled) return false;
+    settled->iterations += outcome.iterations;
+    outcome = std::move(*settled);
+    return true;
+}
+
 void solve_continuous(nslp_problem& problem, const std::optional<Model>& smooth, Monitor& monitor) {
     Model& model = problem.base->model;
     std::optional<NlpOutcome> outcome;
@@ -119,6 +133,9 @@ void solve_continuous(nslp_problem& problem, const std::optional<Model>& smooth,
         is_smooth_form = false;
         outcome = solve_nlp_locally(model, controls, nlp_options(problem.interior, controls),
                                     monitor, problem.nlp.get());
+    }
+    if (outcome->status == NSLP_UNFINISHED && outcome->stop == NLRA_STOP_NONE) {
+        is_smooth_form |= settle_norms(problem, *outcome, monitor);
     }
     if (has_kinks) settle_kinks(problem, *outcome, monitor);
     // Functions of the user's do not outlive the solve.

@@ -28,7 +28,7 @@ void Names::resize(int count) {
         for (int i = count; i < size(); ++i) live_ -= text_bytes(entries_[i]);
         forget_slots();
     }
-    entries_.resize(static_cast<size_t>(count + gaps_.size()));
+    entries_.resize(static_cast<size_t>(count) + static_cast<size_t>(gaps_.size()));
 }
 
 void Names::reserve(int count) { make_room(entries_, count - size()); }

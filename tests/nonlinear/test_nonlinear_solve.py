@@ -379,3 +379,29 @@ def test_initial_values_decide_about_the_local_optimum():
             p.chgvar(**arguments)
     with pytest.raises(nalora.SolverError):
         p.chgvar(x, initvalue=np.nan)
+
+
+@pytest.mark.parametrize(
+    ("function", "best", "status"),
+    [
+        (lambda x, y: nalora.sqrt(x) + y, 0, LOCAL),
+        (lambda x, y: -nalora.asin(y) + x**1.5, -math.pi / 2, LOCAL),
+        (lambda x, y: x * nalora.log(x) + 5 * x, -math.exp(-6), GLOBAL),
+        (lambda x, y: nalora.sqrt((x - 1) ** 2 + (y - 0.5) ** 2), 0, GLOBAL),
+        (
+            lambda x, y: (
+                3 * nalora.sqrt((x - 1) ** 2 + (y - 0.2) ** 2)
+                + nalora.sqrt((x - 3) ** 2 + (y - 0.2) ** 2)
+                + nalora.sqrt((x - 1) ** 2 + (y - 0.7) ** 2)
+            ),
+            2.5,
+            GLOBAL,
+        ),
+    ],
+)
+def test_optima_where_functions_have_no_derivatives(function, best, status):
+    x, y = nalora.var(ub=10), nalora.var(ub=1)
+    p = nalora.problem(x, y)
+    p.setObjective(function(x, y))
+    assert solved(p) == pytest.approx(best, abs=5e-6)
+    assert p.getProbStatusString() == status
