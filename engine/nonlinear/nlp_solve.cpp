@@ -237,7 +237,8 @@ NlpSolve::Verdict NlpSolve::start_elsewhere(const Verdict& verdict, const std::v
     const auto seed = static_cast<uint64_t>(controls_.get_int(kSeed));
     for (int trial = 0; trial < further_starts(); ++trial) {
         if (monitor_.should_stop() || iterations_ >= iteration_limit_) break;
-        monitor_.log(1, "No feasible point was found: trying again from elsewhere");
+        monitor_.log(1, "No %s was found: trying again from elsewhere",
+                     verdict.status == NSLP_UNFINISHED ? "optimum" : "feasible point");
         const std::vector<double> other =
             trial < kNear ? perturbed(model_, x, trial) : scattered(model_, seed, trial - kNear);
         NlpStart start;
